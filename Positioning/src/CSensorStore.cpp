@@ -1,0 +1,259 @@
+#include "CSensorStore.h"
+
+#include <stdlib.h>
+
+#include <new>
+
+#include "Assertion.h"
+#include "LogRecord.h"
+
+using positioning::CLogRecord;
+using positioning::EInfo;
+using positioning::EInterface;
+using positioning::ReportAssertion;
+
+namespace {
+
+const char kFile[] = "Positioning/src/CSensorStore.cpp";
+const TInterfaceIdentity kPositioningSensorIdentity = {34, 0};
+const int32_t kSecondsBuffered = 60;
+
+// Source lines the store's records carry.
+enum {
+  kLineSensorArrayAssert = 33,
+  kLineBufferAssert = 39,
+  kLineConfigAssert = 45,
+  kLineRequestFailed = 57,
+  kLineRevokeFailed = 66,
+  kLineAvailable = 88,
+  kLineUnavailable = 94,
+  kLineSubscribe = 108,
+  kLineAllSubscribed = 125,
+  kLineBufferedSize = 133,
+  kLineSendingBuffered = 143,
+  kLineNotAllSubscribed = 153,
+  kLinePutData = 169,
+};
+
+// The outgoing record of a sample; its value array is allocated per record and freed
+// by the caller.
+TiPositioningSensorData MakeOutgoing(const CSensorStore::TSensorData& aData) {
+  TiPositioningSensorData out;
+  out.timeStamp = aData.timeStamp;
+  out.values.size = aData.size;
+  out.values.data = static_cast<int16_t*>(malloc(aData.size * sizeof(int16_t)));
+  if (out.values.data != NULL) {
+    for (uint8_t i = 0; i < aData.size; ++i) out.values.data[i] = aData.values[i];
+  }
+  return out;
+}
+
+}  // namespace
+
+CSensorStore* CSensorStore::Create(TiPositioningSensorConfiguration aConfig, const TFeatureId& aFeatureId,
+                                   IInterfaceBroker& aBroker, const std::string& aInstanceName) {
+  return new CSensorStore(aConfig, aFeatureId, aBroker, aInstanceName);
+}
+
+CSensorStore::CSensorStore(TiPositioningSensorConfiguration aConfig, const TFeatureId& aFeatureId,
+                           IInterfaceBroker& aBroker, const std::string& aInstanceName)
+    : iSensorCount(aConfig.size),
+      iSubscriptionCount(0),
+      iSensorArray(NULL),
+      iFeatureId(aFeatureId),
+      iInterfaceBroker(aBroker),
+      iInstanceName(aInstanceName) {
+  iSensorArray = static_cast<TSensorEntry*>(malloc(aConfig.size * sizeof(TSensorEntry)));
+  if (iSensorArray == NULL) ReportAssertion("iSensorArray != NULL", kFile, kLineSensorArrayAssert);
+
+  for (int32_t i = 0; i < iSensorCount; ++i) {
+    // A period of 0 divides by zero here, as the platform's division does.
+    int32_t samplesPerSecond = 1000 / aConfig.data[i].samplePeriod;
+    TSensorEntry* entry = new (&iSensorArray[i]) TSensorEntry();
+    entry->config = aConfig.data[i];
+    entry->buffer = new CRingBuffer<TSensorData>(samplesPerSecond * kSecondsBuffered);
+    if (entry->buffer == NULL) ReportAssertion("iSensorArray[i].buffer != NULL", kFile, kLineBufferAssert);
+  }
+
+  iPosSensorConfig.size = aConfig.size;
+  iPosSensorConfig.data = static_cast<TiPositioningSensorEntry*>(malloc(aConfig.size * sizeof(TiPositioningSensorEntry)));
+  if (iPosSensorConfig.data == NULL) ReportAssertion("iPosSensorConfig.data != NULL", kFile, kLineConfigAssert);
+  for (int32_t i = 0; i < iSensorCount; ++i) {
+    iPosSensorConfig.data[i].sensorType = aConfig.data[i].sensorType;
+    iPosSensorConfig.data[i].sensorParameter = aConfig.data[i].sensorParameter;
+    iPosSensorConfig.data[i].samplePeriod = aConfig.data[i].samplePeriod;
+    iPosSensorConfig.data[i].valueCount = aConfig.data[i].valueCount;
+  }
+
+  if (iInterfaceBroker.RequestInterface(iFeatureId, iInstanceName, kPositioningSensorIdentity, this) == 0) {
+    CLogRecord(EInfo, "CSensorStore", kFile, kLineRequestFailed).Text("RequestInterface for IPositioningSensorMale failed");
+  }
+}
+
+CSensorStore::~CSensorStore() {
+  if (iInterfaceBroker.RevokeInterface(iFeatureId, iInstanceName, kPositioningSensorIdentity, this) == 0) {
+    CLogRecord(EInfo, "~CSensorStore", kFile, kLineRevokeFailed)
+        .Text("RevokeInterface interface for IPositioningSensorMale failed");
+  }
+  if (iSensorArray != NULL) {
+    for (int32_t i = 0; i < iSensorCount; ++i) {
+      if (iSensorArray[i].buffer != NULL) delete iSensorArray[i].buffer;
+    }
+    for (int32_t i = iSensorCount - 1; i >= 0; --i) iSensorArray[i].~TSensorEntry();
+    free(iSensorArray);
+  }
+  if (iPosSensorConfig.data != NULL) free(iPosSensorConfig.data);
+}
+
+void CSensorStore::OnInterfaceAvailable(IPositioningSensorMale& aClient) {
+  CLogRecord(EInterface, "virtual void CSensorStore::OnInterfaceAvailable(IPositioningSensorMale&)", kFile,
+             kLineAvailable);
+  aClient.Configuration(*this, iPosSensorConfig);
+}
+
+void CSensorStore::OnInterfaceUnavailable(IPositioningSensorMale& aClient) {
+  CLogRecord(EInterface, "virtual void CSensorStore::OnInterfaceUnavailable(IPositioningSensorMale&)", kFile,
+             kLineUnavailable);
+  for (int32_t i = 0; i < iSensorCount; ++i) {
+    CHKList<clientRecord>& clients = iSensorArray[i].clients;
+    for (CHKNode<clientRecord>* node = clients.iHead; node != NULL; node = node->iNext) {
+      if (node->iData.client == &aClient) {
+        clients.Remove(node);
+        break;
+      }
+    }
+  }
+  // iSubscriptionCount stays: the delivery gate does not reopen when a client leaves.
+}
+
+reflection::TErrCode CSensorStore::Subscribe(IPositioningSensorMale& aClient, TiPositioningSensorType aType,
+                                             txdr_bool aRequestBufferedData) {
+  CLogRecord(EInterface,
+             "virtual reflection::TErrCode CSensorStore::Subscribe(IPositioningSensorMale&, "
+             "TiPositioningSensorType, txdr_bool)",
+             kFile, kLineSubscribe)
+      .Text("Type: ")
+      .U16(aType)
+      .Text(", RequestBufferedData: ")
+      .I32(aRequestBufferedData);
+
+  // No check for a repeated subscription: every call counts.
+  const clientRecord record = {&aClient, 0};
+  for (int32_t i = 0; i < iSensorCount; ++i) {
+    if (iSensorArray[i].config.sensorType != aType) continue;
+    if (iSensorArray[i].clients.InsertHead(record)) ++iSubscriptionCount;
+  }
+
+  if (iSubscriptionCount != iSensorCount) {
+    CLogRecord(EInfo, "Subscribe", kFile, kLineNotAllSubscribed).Text("Not all sensors are subscribed");
+    return 0;
+  }
+  CLogRecord(EInfo, "Subscribe", kFile, kLineAllSubscribed)
+      .Text("All sensors are subscribed, aRequestBufferedData=")
+      .Bool(static_cast<uint8_t>(aRequestBufferedData) != 0);
+  if (aRequestBufferedData != 1) return 0;
+  return ReplayFirstSensor();
+}
+
+// Replays the first sensor's buffer, oldest first, to that sensor's newest subscriber,
+// whatever type completed the subscription. The snapshot is deliberately not freed.
+reflection::TErrCode CSensorStore::ReplayFirstSensor() {
+  // A store without sensors (or without the first buffer) has nothing to replay.
+  if (iSensorCount <= 0 || iSensorArray[0].buffer == NULL) return 0;
+  const TSensorEntry& sensor = iSensorArray[0];
+  const CRingBuffer<TSensorData>& buffer = *sensor.buffer;
+
+  int32_t count;
+  int32_t first;
+  if (buffer.iCount < buffer.iCapacity) {
+    count = buffer.iCount;
+    first = 0;
+  } else {
+    count = buffer.iCapacity;
+    first = buffer.iWritePos;
+  }
+  TSensorData* snapshot = static_cast<TSensorData*>(malloc(count * sizeof(TSensorData)));
+  if (snapshot == NULL) count = 0;
+  for (int32_t k = 0; k < count; ++k) {
+    int32_t slot = first + k;
+    while (slot >= buffer.iCapacity) slot -= buffer.iCapacity;
+    snapshot[k] = buffer.iData[slot];
+  }
+
+  CLogRecord(EInfo, "Subscribe", kFile, kLineBufferedSize).Text("bufferd data size=").I32(count);
+  if (count == 0) return 0;
+
+  reflection::TErrCode result = 0;
+  for (int32_t k = 0; k < count; ++k) {
+    TiPositioningSensorData out = MakeOutgoing(snapshot[k]);
+    CLogRecord(EInfo, "Subscribe", kFile, kLineSendingBuffered)
+        .Text("Sending buffered SensorData for sensor type: ")
+        .U16(sensor.config.sensorType);
+    // The count can be complete through other sensors alone: then nobody gets it.
+    CHKNode<clientRecord>* newest = sensor.clients.iHead;
+    if (newest != NULL) result = newest->iData.client->SensorData(*this, sensor.config.sensorType, out);
+    free(out.values.data);
+  }
+  return result;
+}
+
+int8_t CSensorStore::GetBufferHandle(TiPositioningSensorType aType) {
+  for (int32_t i = 0; i < iSensorCount; ++i) {
+    if (iSensorArray[i].config.sensorType == aType) return static_cast<int8_t>(i);
+  }
+  return -1;
+}
+
+TAny CSensorStore::PutData(TUint8 aHandle, TSensorData aData) {
+  CLogRecord(EInterface, "virtual TAny CSensorStore::PutData(TUint8, CSensorStore::TSensorData)", kFile, kLinePutData)
+      .Text("Handle: ")
+      .U8(aHandle);
+
+  TiPositioningSensorData out = MakeOutgoing(aData);
+  TSensorEntry& sensor = iSensorArray[aHandle];
+  if (sensor.buffer != NULL) sensor.buffer->Put(aData);
+
+  if (iSubscriptionCount == iSensorCount) {
+    // Each position is walked from the head; a client may leave during the call.
+    for (int32_t p = 0; p < sensor.clients.iCount; ++p) {
+      CHKNode<clientRecord>* node = sensor.clients.At(p);
+      if (node == NULL) break;
+      node->iData.client->SensorData(*this, sensor.config.sensorType, out);
+    }
+  }
+  free(out.values.data);
+}
+
+TBool CSensorStore::GetLastSample(TiPositioningSensorType aType, TSensorData& aSample) {
+  int8_t handle = GetBufferHandle(aType);
+  if (handle == -1) return 0;
+  const CRingBuffer<TSensorData>* buffer = iSensorArray[static_cast<uint8_t>(handle)].buffer;
+  if (buffer == NULL) return 0;
+  int32_t slot;
+  if (buffer->iWritePos != 0) {
+    slot = buffer->iWritePos - 1;
+  } else if (buffer->iCount > 0) {
+    slot = buffer->iCount - 1;
+  } else {
+    slot = 0;  // never written: zeroed at construction
+  }
+  aSample = buffer->iData[slot];
+  return 1;
+}
+
+TBool CSensorStore::GetLastValidSamples(TiPositioningSensorType aType, TSensorData* aSamples, unsigned int aCount) {
+  int8_t handle = GetBufferHandle(aType);
+  if (handle == -1) return 0;
+  const CRingBuffer<TSensorData>* buffer = iSensorArray[static_cast<uint8_t>(handle)].buffer;
+  if (buffer == NULL) return 0;
+  const int32_t writePos = buffer->iWritePos;
+  // Strict on purpose: slot 0 is never part of the answer, and right after a wrap
+  // every request fails until new samples arrive.
+  if (static_cast<int32_t>(aCount) >= writePos) return 0;
+  for (int32_t i = 0; i < static_cast<int32_t>(aCount); ++i) {
+    int32_t slot = writePos - 1 - i;
+    if (slot >= buffer->iCount) slot = 0;
+    aSamples[i] = buffer->iData[slot];
+  }
+  return 1;
+}

@@ -1,0 +1,11 @@
+#include "Host.h"
+
+namespace host {
+
+void ResetGlobals() {
+  CLogFacility::Instance().Reset();
+  COsal::Instance().Reset();
+  CPlatform::Instance().Reset();
+}
+
+}  // namespace host

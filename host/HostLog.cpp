@@ -1,0 +1,265 @@
+#include "HostLog.h"
+
+#include <inttypes.h>
+#include <stdio.h>
+
+#include <algorithm>
+
+namespace host {
+
+namespace {
+
+const char kCategoryPrefix[] = "logging::categories::";
+const char kModulePrefix[] = "logging::";
+
+std::string StripPrefix(const std::string& aText, const char* aPrefix) {
+  const std::string prefix(aPrefix);
+  return aText.compare(0, prefix.size(), prefix) == 0 ? aText.substr(prefix.size()) : aText;
+}
+
+const char* KindName(PieceKind aKind) {
+  switch (aKind) {
+    case PieceKind::Bool: return "bool";
+    case PieceKind::U8: return "u8";
+    case PieceKind::I16: return "i16";
+    case PieceKind::U16: return "u16";
+    case PieceKind::I32: return "i32";
+    case PieceKind::U32: return "u32";
+    case PieceKind::I64: return "i64";
+    case PieceKind::Text: return "text";
+    case PieceKind::Pointer: return "ptr";
+  }
+  return "?";
+}
+
+// Discards everything; used when the facility is told to discard.
+class CNullStream : public logging::internals::ILogStream {
+ public:
+  void Reserved3() override {}
+  void Close() override {}
+  void Append(const bool*) override {}
+  void Append(const uint8_t*) override {}
+  void Append(const int16_t*) override {}
+  void Append(const uint16_t*) override {}
+  void Append(const int32_t*) override {}
+  void Append(const uint32_t*) override {}
+  void Append(const int64_t*) override {}
+  void Reserved12() override {}
+  void Reserved13() override {}
+  void Reserved14() override {}
+  void AppendLineEnd(const char*) override {}
+  void Append(const char*) override {}
+  void Append(const void*) override {}
+};
+
+}  // namespace
+
+std::string LogPiece::Render() const {
+  char buffer[32];
+  switch (kind) {
+    case PieceKind::Bool:
+      return number != 0 ? "true" : "false";
+    case PieceKind::Text:
+      return text;
+    case PieceKind::Pointer:
+      snprintf(buffer, sizeof buffer, "0x%" PRIxPTR, reinterpret_cast<uintptr_t>(pointer));
+      return buffer;
+    default:
+      snprintf(buffer, sizeof buffer, "%" PRId64, number);
+      return buffer;
+  }
+}
+
+std::string LogRecord::Text() const {
+  std::string text;
+  for (const LogPiece& piece : pieces) text += piece.Render();
+  return text;
+}
+
+std::string LogRecord::Message() const {
+  size_t first = 0;
+  size_t last = pieces.size();
+  if (last > 0 && pieces[0].kind == PieceKind::Text && pieces[0].text == "(") ++first;
+  if (last > first && pieces[last - 1].kind == PieceKind::Text && pieces[last - 1].text == ")") --last;
+  std::string text;
+  for (size_t i = first; i < last; ++i) text += pieces[i].Render();
+  return text;
+}
+
+std::string LogRecord::CategoryName() const { return StripPrefix(category, kCategoryPrefix); }
+
+std::string LogRecord::Line() const {
+  return CategoryName() + " " + StripPrefix(module, kModulePrefix) + " " + function + " " + file + ":" +
+         std::to_string(line) + " " + Text();
+}
+
+uint32_t CategoryNumber(const std::string& aCategory) {
+  const std::string name = StripPrefix(aCategory, kCategoryPrefix);
+  if (name == "Error") return logging::categories::Error;
+  if (name == "Info") return logging::categories::Info;
+  if (name == "Info2") return logging::categories::Info2;
+  if (name == "Interface") return logging::categories::Interface;
+  return 0;
+}
+
+CTextLogSink::CTextLogSink(FILE* aFile, uint32_t aCategoryMask) : iFile(aFile), iMask(aCategoryMask) {}
+
+void CTextLogSink::OnRecord(const LogRecord& aRecord) {
+  if ((CategoryNumber(aRecord.category) & iMask) == 0) return;
+  fprintf(iFile, "%s\n", aRecord.Line().c_str());
+}
+
+// The stream of one open record.
+class CLogFacility::CStream : public logging::internals::ILogStream {
+ public:
+  explicit CStream(CLogFacility& aFacility) : iFacility(aFacility) {}
+
+  void Reserved3() override {}
+  void Close() override {
+    iFacility.Trace("Close()");
+    iFacility.Commit(*this);
+  }
+  void Append(const bool* aValue) override { Add(PieceKind::Bool, *aValue ? 1 : 0); }
+  void Append(const uint8_t* aValue) override { Add(PieceKind::U8, *aValue); }
+  void Append(const int16_t* aValue) override { Add(PieceKind::I16, *aValue); }
+  void Append(const uint16_t* aValue) override { Add(PieceKind::U16, *aValue); }
+  void Append(const int32_t* aValue) override { Add(PieceKind::I32, *aValue); }
+  void Append(const uint32_t* aValue) override { Add(PieceKind::U32, *aValue); }
+  void Append(const int64_t* aValue) override { Add(PieceKind::I64, *aValue); }
+  void Reserved12() override {}
+  void Reserved13() override {}
+  void Reserved14() override {}
+  void AppendLineEnd(const char* aLineEnd) override {
+    iFacility.Trace(std::string("AppendLineEnd(") + (aLineEnd != nullptr ? aLineEnd : "") + ")");
+    iRecord.lineEnd = aLineEnd != nullptr ? aLineEnd : "";
+  }
+  void Append(const char* aText) override {
+    LogPiece piece{PieceKind::Text, 0, aText != nullptr ? aText : "", nullptr};
+    iFacility.Trace("Append(text:" + piece.text + ")");
+    iRecord.pieces.push_back(piece);
+  }
+  void Append(const void* aPointer) override {
+    LogPiece piece{PieceKind::Pointer, 0, std::string(), aPointer};
+    iFacility.Trace("Append(ptr:" + piece.Render() + ")");
+    iRecord.pieces.push_back(piece);
+  }
+
+  LogRecord iRecord;
+  bool iOpen = false;
+
+ private:
+  void Add(PieceKind aKind, int64_t aNumber) {
+    LogPiece piece{aKind, aNumber, std::string(), nullptr};
+    iFacility.Trace(std::string("Append(") + KindName(aKind) + ":" + piece.Render() + ")");
+    iRecord.pieces.push_back(piece);
+  }
+
+  CLogFacility& iFacility;
+};
+
+CLogFacility& CLogFacility::Instance() {
+  static CLogFacility facility;
+  return facility;
+}
+
+CLogFacility::CLogFacility() : iNullStream(new CNullStream) {}
+
+void CLogFacility::Reset() {
+  iEnabledAnswer = 1;
+  iHandleFlags = 0;
+  iKeepRecords = true;
+  iDiscard = false;
+  iTraceCalls = false;
+  iRecordCount = 0;
+  iRecords.clear();
+  iCalls.clear();
+  iSinks.clear();
+  for (auto& stream : iStreams) stream->iOpen = false;
+}
+
+void CLogFacility::AddSink(ILogSink* aSink) { iSinks.push_back(aSink); }
+
+void CLogFacility::RemoveSink(ILogSink* aSink) {
+  iSinks.erase(std::remove(iSinks.begin(), iSinks.end(), aSink), iSinks.end());
+}
+
+std::vector<LogRecord> CLogFacility::RecordsContaining(const std::string& aText) const {
+  std::vector<LogRecord> found;
+  for (const LogRecord& record : iRecords) {
+    if (record.Message().find(aText) != std::string::npos) found.push_back(record);
+  }
+  return found;
+}
+
+std::vector<LogRecord> CLogFacility::RecordsOf(const std::string& aModule) const {
+  std::vector<LogRecord> found;
+  for (const LogRecord& record : iRecords) {
+    if (record.module == aModule) found.push_back(record);
+  }
+  return found;
+}
+
+size_t CLogFacility::OpenRecordCount() const {
+  size_t open = 0;
+  for (const auto& stream : iStreams) open += stream->iOpen ? 1 : 0;
+  return open;
+}
+
+void CLogFacility::Trace(const std::string& aCall) {
+  if (iTraceCalls) iCalls.push_back(aCall);
+}
+
+TBool CLogFacility::IsEnabled(const uint32_t* aModule, const uint32_t* aCategory) {
+  if (iTraceCalls) {
+    Trace("IsEnabled(" + std::to_string(aModule != nullptr ? *aModule : 0) + "," +
+          std::to_string(aCategory != nullptr ? *aCategory : 0) + ")");
+  }
+  return iEnabledAnswer;
+}
+
+logging::internals::CLogHandle CLogFacility::Open(const char* aCategory, const char* aModule, const char* aFunction,
+                                                  TBool aEnabled, const char* aFile, int aLine) {
+  if (iDiscard) return logging::internals::CLogHandle(iHandleFlags, iNullStream.get());
+  if (iTraceCalls) {
+    Trace(std::string("Open(") + aCategory + "," + aModule + "," + aFunction + "," + std::to_string(aEnabled) + "," +
+          aFile + "," + std::to_string(aLine) + ")");
+  }
+  CStream* stream = nullptr;
+  for (auto& candidate : iStreams) {
+    if (!candidate->iOpen) {
+      stream = candidate.get();
+      break;
+    }
+  }
+  if (stream == nullptr) {
+    iStreams.emplace_back(new CStream(*this));
+    stream = iStreams.back().get();
+  }
+  stream->iOpen = true;
+  stream->iRecord = LogRecord();
+  stream->iRecord.category = aCategory;
+  stream->iRecord.module = aModule;
+  stream->iRecord.function = aFunction;
+  stream->iRecord.enabled = aEnabled;
+  stream->iRecord.file = aFile;
+  stream->iRecord.line = aLine;
+  return logging::internals::CLogHandle(iHandleFlags, stream);
+}
+
+void CLogFacility::Commit(CStream& aStream) {
+  if (!aStream.iOpen) return;
+  aStream.iOpen = false;
+  aStream.iRecord.closed = true;
+  ++iRecordCount;
+  for (ILogSink* sink : iSinks) sink->OnRecord(aStream.iRecord);
+  if (iKeepRecords) iRecords.push_back(std::move(aStream.iRecord));
+}
+
+}  // namespace host
+
+namespace logging {
+ILogControl& IControl() { return host::CLogFacility::Instance(); }
+namespace internals {
+ILogger& ILog() { return host::CLogFacility::Instance(); }
+}  // namespace internals
+}  // namespace logging

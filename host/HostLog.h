@@ -1,0 +1,148 @@
+// The simulated head unit's logging facility: the control, the logger and the record
+// streams behind logging::IControl() and logging::internals::ILog().
+//
+// Every record is kept with its typed pieces (for tests), and can also be handed to
+// sinks that write it somewhere (a readable text file, DLT).
+#ifndef HOST_HOST_LOG_H
+#define HOST_HOST_LOG_H
+
+#include <stdint.h>
+
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "Logging.h"
+
+namespace host {
+
+// Stream slot a piece arrived through.
+enum class PieceKind { Bool, U8, I16, U16, I32, U32, I64, Text, Pointer };
+
+// One appended piece. Numbers keep their value in `number` (signed kinds sign-extended).
+struct LogPiece {
+  PieceKind kind;
+  int64_t number;
+  std::string text;      // Text
+  const void* pointer;  // Pointer
+  // The piece as a log line shows it.
+  std::string Render() const;
+};
+
+// One record as the module wrote it.
+struct LogRecord {
+  std::string category;  // "logging::categories::Info"
+  std::string module;    // "logging::Positioning"
+  std::string function;
+  int32_t enabled = 0;  // what the control answered and the module passed on
+  std::string file;
+  int line = 0;
+  std::vector<LogPiece> pieces;  // everything appended before the line end
+  std::string lineEnd;           // what AppendLineEnd received
+  bool closed = false;
+
+  // All pieces rendered, brackets included: "(Diversity: CAN)".
+  std::string Text() const;
+  // The message inside the framing brackets: "Diversity: CAN".
+  std::string Message() const;
+  // Short category name: "Info".
+  std::string CategoryName() const;
+  // One readable line: "Info Positioning CPositioning Positioning/src/Positioning.cpp:44 (Diversity: CAN)".
+  std::string Line() const;
+};
+
+// Receives every closed record.
+class ILogSink {
+ public:
+  virtual ~ILogSink() {}
+  virtual void OnRecord(const LogRecord& aRecord) = 0;
+};
+
+// Writes each record whose category is in the mask as one readable line.
+class CTextLogSink : public ILogSink {
+ public:
+  // aFile stays the caller's.
+  CTextLogSink(FILE* aFile, uint32_t aCategoryMask = 0xFFFFFFFFu);
+  void OnRecord(const LogRecord& aRecord) override;
+
+ private:
+  FILE* iFile;
+  uint32_t iMask;
+};
+
+// Category number of a category text, 0 when unknown.
+uint32_t CategoryNumber(const std::string& aCategory);
+
+class CLogFacility : public logging::ILogControl, public logging::internals::ILogger {
+ public:
+  // The facility behind logging::IControl() and logging::internals::ILog().
+  static CLogFacility& Instance();
+
+  // Forgets records and calls and restores the defaults (keep records, answer 1).
+  void Reset();
+
+  // What IsEnabled answers.
+  void SetEnabledAnswer(TBool aAnswer) { iEnabledAnswer = aAnswer; }
+  // The flag word Open returns; 0 makes the handle close the stream.
+  void SetHandleFlags(uint32_t aFlags) { iHandleFlags = aFlags; }
+  // Keep records in memory (default) or not.
+  void SetKeepRecords(bool aKeep) { iKeepRecords = aKeep; }
+  // Discards everything as cheaply as possible: no record is built, sinks see nothing.
+  void SetDiscard(bool aDiscard) { iDiscard = aDiscard; }
+  // Keep a readable trace of every call into the facility (for call-order tests).
+  void SetTraceCalls(bool aTrace) { iTraceCalls = aTrace; }
+
+  void AddSink(ILogSink* aSink);
+  void RemoveSink(ILogSink* aSink);
+
+  const std::vector<LogRecord>& Records() const { return iRecords; }
+  // Records whose message contains aText.
+  std::vector<LogRecord> RecordsContaining(const std::string& aText) const;
+  // Records written under aModule ("logging::Positioning").
+  std::vector<LogRecord> RecordsOf(const std::string& aModule) const;
+  void ClearRecords() { iRecords.clear(); }
+  // Calls traced since SetTraceCalls(true): "IsEnabled(81,4)", "Open(...)", "Append(text:()" ...
+  const std::vector<std::string>& Calls() const { return iCalls; }
+  uint64_t RecordCount() const { return iRecordCount; }
+  // Records currently open (opened, not yet closed).
+  size_t OpenRecordCount() const;
+
+  // logging::ILogControl
+  void Reserved3() override {}
+  void Reserved4() override {}
+  void Reserved5() override {}
+  void Reserved6() override {}
+  void Reserved7() override {}
+  void Reserved8() override {}
+  void Reserved9() override {}
+  void Reserved10() override {}
+  TBool IsEnabled(const uint32_t* aModule, const uint32_t* aCategory) override;
+
+  // logging::internals::ILogger
+  logging::internals::CLogHandle Open(const char* aCategory, const char* aModule, const char* aFunction,
+                                      TBool aEnabled, const char* aFile, int aLine) override;
+
+  class CStream;
+
+ private:
+  CLogFacility();
+  void Commit(CStream& aStream);
+  void Trace(const std::string& aCall);
+
+  friend class CStream;
+  TBool iEnabledAnswer = 1;
+  uint32_t iHandleFlags = 0;
+  bool iKeepRecords = true;
+  bool iDiscard = false;
+  bool iTraceCalls = false;
+  uint64_t iRecordCount = 0;
+  std::vector<LogRecord> iRecords;
+  std::vector<std::string> iCalls;
+  std::vector<ILogSink*> iSinks;
+  std::vector<std::unique_ptr<CStream>> iStreams;  // reused; one per open record
+  std::unique_ptr<logging::internals::ILogStream> iNullStream;
+};
+
+}  // namespace host
+
+#endif  // HOST_HOST_LOG_H

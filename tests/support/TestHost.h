@@ -1,0 +1,43 @@
+// Test fixture and helpers over the simulated head unit.
+#ifndef TESTS_TEST_HOST_H
+#define TESTS_TEST_HOST_H
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "Host.h"
+
+namespace testing_host {
+
+// A fresh simulated head unit per test: globals reset, brokers and properties new.
+class HostTest : public ::testing::Test {
+ protected:
+  void SetUp() override;
+  void TearDown() override;
+
+  // Records written so far by the module's own code (tag logging::Positioning).
+  std::vector<host::LogRecord> ModuleRecords() const;
+  // Every record so far, framework ones included.
+  const std::vector<host::LogRecord>& AllRecords() const;
+  // Messages of the module's records, in order.
+  std::vector<std::string> ModuleMessages() const;
+  void ClearRecords();
+
+  TFeatureId iFeatureId = "positioning-test";
+  host::CInterfaceBroker iBroker;
+  host::CEventBroker iEventBroker;
+  host::CFeatureProperties iProperties;
+};
+
+// "Info Positioning CPositioning 44 Diversity: CAN": category, function, line and
+// message of a record, for compact expectations.
+std::string Describe(const host::LogRecord& aRecord);
+
+// Path of the built libPositioning.so.
+std::string ModulePath();
+
+}  // namespace testing_host
+
+#endif  // TESTS_TEST_HOST_H

@@ -1,0 +1,31 @@
+// Reads the dynamic symbol table and the needed libraries of an ELF shared object
+// (32- or 64-bit, little-endian), without any external tool.
+#ifndef TESTS_ELF_SYMBOLS_H
+#define TESTS_ELF_SYMBOLS_H
+
+#include <string>
+#include <vector>
+
+namespace testing_host {
+
+struct ElfSymbol {
+  std::string name;  // mangled
+  bool defined;      // has a section (not SHN_UNDEF)
+  bool weak;
+  bool function;
+  bool object;
+};
+
+struct ElfDynamicInfo {
+  std::vector<ElfSymbol> symbols;  // .dynsym without the null entry
+  std::vector<std::string> needed;  // DT_NEEDED entries
+  int elfClass = 0;                // 32 or 64
+  unsigned machine = 0;            // e_machine
+};
+
+// Reads aPath; on failure answers false and says why in aError.
+bool ReadElfDynamicInfo(const std::string& aPath, ElfDynamicInfo& aInfo, std::string& aError);
+
+}  // namespace testing_host
+
+#endif  // TESTS_ELF_SYMBOLS_H

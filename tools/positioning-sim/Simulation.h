@@ -1,0 +1,161 @@
+// One run of the simulated head unit: the loaded module, its services and clients,
+// the drive and the faults, on the simulated clock.
+#ifndef SIM_SIMULATION_H
+#define SIM_SIMULATION_H
+
+#include <stdint.h>
+#include <stdio.h>
+
+#include <functional>
+#include <memory>
+#include <queue>
+#include <string>
+#include <vector>
+
+#include "Drive.h"
+#include "Host.h"
+#include "SimOptions.h"
+
+namespace sim {
+
+// Local tick at which the feature is created: the unit has been up for a while.
+const uint64_t kLocalStart = 100000;
+// The first record is sent this long after the feature is created.
+const uint64_t kFirstRecordDelay = 100;
+
+// The peer's clock against the local tick: anchored at one instant, with a drift.
+class CClockModel {
+ public:
+  CClockModel(uint64_t aLocalAnchor, uint64_t aPeerAnchor, double aDriftPpm);
+  uint64_t PeerAt(uint64_t aLocal) const;
+  uint64_t LocalAt(uint64_t aPeer) const;
+
+ private:
+  int64_t iLocalAnchor;
+  int64_t iPeerAnchor;
+  double iRate;
+};
+
+struct ClientSummary {
+  std::string name;
+  uint64_t samples[3] = {0, 0, 0};  // type 1, type 2, other
+  uint64_t replayed = 0;
+};
+
+struct OffsetPoint {
+  double seconds;  // since the feature was created
+  int64_t offset;  // module time stamp minus the service's, ms
+};
+
+struct Summary {
+  std::string source;
+  std::string drive;
+  uint64_t recordsFed = 0;
+  uint64_t recordsNotSent = 0;  // the service was away
+  std::vector<ClientSummary> clients;
+  uint64_t replayed = 0;
+  std::vector<OffsetPoint> offsets;
+  int64_t firstSyncOffset = 0;
+  bool synchronised = false;
+  double errorMean = 0;
+  int64_t errorMaxAbs = 0;
+  uint64_t errorCount = 0;
+  uint64_t supervisionMessages = 0;
+  std::string supervisionText;
+  double simulatedSeconds = 0;
+  double wallSeconds = 0;
+};
+
+// Receives every sample a client gets.
+class ISampleWriter {
+ public:
+  virtual ~ISampleWriter() {}
+  virtual void Write(const std::string& aClient, const host::ReceivedSample& aSample, bool aReplayed) = 0;
+};
+
+// What is plotted: per record sent, and the offset per live sample.
+struct PlotPoint {
+  double seconds;
+  int64_t angularRate;
+  int64_t pulses;
+};
+
+class CSimulation {
+ public:
+  CSimulation(const SimOptions& aOptions, SourceKind aKind, std::vector<DriveRecord> aDrive, ISampleWriter& aWriter);
+  ~CSimulation();
+
+  // Runs the whole drive; false with a reason when the module cannot be loaded.
+  bool Run(std::string& aError);
+
+  const Summary& Result() const { return iSummary; }
+  // The records the service sent, as --record writes them.
+  const std::vector<DriveRecord>& Sent() const { return iSent; }
+  const std::vector<PlotPoint>& PlotPoints() const { return iPlotPoints; }
+
+ private:
+  struct Event {
+    uint64_t time;
+    uint64_t order;
+    std::function<void()> action;
+    bool operator>(const Event& aOther) const {
+      return time != aOther.time ? time > aOther.time : order > aOther.order;
+    }
+  };
+  class CClient;
+
+  void At(uint64_t aTime, std::function<void()> aAction);
+  uint64_t AtSeconds(double aSeconds) const;
+  bool InWindow(const std::vector<TimeWindow>& aWindows, uint64_t aTime) const;
+  uint64_t JumpedStamp(uint64_t aStamp, uint64_t aTime) const;
+  void ScheduleDrive();
+  void ScheduleFaults();
+  void ScheduleClients();
+  void StartClient(CClient& aClient, uint64_t aTime);
+  void SendRecord(size_t aIndex);
+  void AnswerKick(uint64_t aKickTime);
+  void OnSample(CClient& aClient, const host::ReceivedSample& aSample);
+  void Progress(bool aFinal);
+
+  const SimOptions& iOptions;
+  SourceKind iKind;
+  std::vector<DriveRecord> iDrive;
+  std::vector<uint64_t> iFeedTimes;
+  ISampleWriter& iWriter;
+  std::string iStoreInstance;
+  CClockModel iClock;
+
+  TFeatureId iFeatureId = "positioning";
+  host::CInterfaceBroker iBroker;
+  host::CEventBroker iEvents;
+  host::CFeatureProperties iProperties;
+  host::CModuleLoader iLoader;
+  IFeatureModule2* iFeature = nullptr;
+  host::CMicroHostSensorService iMicroHost;
+  host::CExternalPositioningService iExternal;
+  host::CClockSyncService iClockSync;
+  std::vector<std::unique_ptr<CClient>> iClients;
+
+  std::priority_queue<Event, std::vector<Event>, std::greater<Event>> iQueue;
+  uint64_t iOrder = 0;
+  uint64_t iEndTime = 0;
+  bool iInSubscribe = false;
+  // The record being sent, while the module handles it.
+  bool iSending = false;
+  uint64_t iSendingStamp = 0;
+  uint64_t iSendingTime = 0;
+  double iErrorSum = 0;
+  int64_t iLastOffset = 0;
+  bool iHaveOffset = false;
+
+  Summary iSummary;
+  std::vector<DriveRecord> iSent;
+  std::vector<PlotPoint> iPlotPoints;
+  double iWallStart = 0;
+  double iLastProgress = 0;
+  bool iProgressShown = false;
+};
+
+}  // namespace sim
+
+#endif  // SIM_SIMULATION_H

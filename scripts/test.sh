@@ -8,7 +8,7 @@ BUILD=${BUILD_DIR:-$ROOT/build}
 JOBS=${JOBS:-$(nproc)}
 
 # Debian packages the build and the tests need.
-PACKAGES=(cmake ninja-build g++ libgtest-dev libgmock-dev)
+PACKAGES=(cmake ninja-build g++ pkg-config libgtest-dev libgmock-dev libdlt-dev dlt-daemon dlt-tools gnuplot-nox)
 
 missing=()
 for package in "${PACKAGES[@]}"; do

@@ -131,8 +131,11 @@ const char* TraceHeader(SourceKind aKind) {
 }
 
 std::vector<DriveRecord> GenerateDrive(SourceKind aKind, uint64_t aSeed, double aSeconds, uint64_t aFirstStamp) {
-  CRandom random(aSeed);
-  const std::vector<Phase> plan = Plan(random, aSeconds);
+  // Plan and noise draw from streams of their own, so that a shorter drive is the
+  // start of a longer one with the same seed.
+  CRandom planRandom(aSeed);
+  CRandom random(aSeed ^ 0x5DEECE66Dull);
+  const std::vector<Phase> plan = Plan(planRandom, aSeconds);
   const size_t count = static_cast<size_t>(std::floor(aSeconds * 1000.0 / kRecordPeriod));
   const double step = kRecordPeriod / 1000.0;
 

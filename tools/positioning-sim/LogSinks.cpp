@@ -46,8 +46,10 @@ class CDlt : public ILogOutput, public host::ILogSink {
  public:
   explicit CDlt(uint32_t aMask) : iMask(aMask) {
     DLT_REGISTER_APP("PSIM", "positioning-sim");
-    DLT_REGISTER_CONTEXT(iModule, "POSI", "positioning module");
-    DLT_REGISTER_CONTEXT(iFramework, "FFW", "feature framework adapters");
+    // Every level reaches the daemon; --log-level is the filter.
+    DLT_REGISTER_CONTEXT_LL_TS(iModule, "POSI", "positioning module", DLT_LOG_VERBOSE, DLT_TRACE_STATUS_OFF);
+    DLT_REGISTER_CONTEXT_LL_TS(iFramework, "FFW", "feature framework adapters", DLT_LOG_VERBOSE,
+                               DLT_TRACE_STATUS_OFF);
     host::CLogFacility& facility = host::CLogFacility::Instance();
     facility.SetKeepRecords(false);
     facility.AddSink(this);

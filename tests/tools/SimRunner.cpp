@@ -40,6 +40,8 @@ CScratchDir::~CScratchDir() {
   }
 }
 
+std::string SimPath() { return POSITIONING_SIM_PATH; }
+
 SimRun RunSim(const std::vector<std::string>& aArguments, const std::string& aEnvironment) {
   CScratchDir scratch;
   std::string command = aEnvironment + " " + Quote(POSITIONING_SIM_PATH);

@@ -25,6 +25,8 @@ class CScratchDir {
   std::string iPath;
 };
 
+// Path of the built positioning-sim.
+std::string SimPath();
 // Runs the simulator with aArguments and optional extra environment ("NAME=value").
 SimRun RunSim(const std::vector<std::string>& aArguments, const std::string& aEnvironment = "");
 std::string ReadFile(const std::string& aPath);

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <stdlib.h>
+#include <time.h>
 
 #include <string>
 #include <vector>
@@ -428,6 +429,48 @@ TEST(PositioningSimTest, PlotWithAnUnknownExtensionIsAUsageError) {
   SimRun run = RunSim({"--plot", "drive.jpg"});
   EXPECT_EQ(2, run.status);
   EXPECT_NE(std::string::npos, run.err.find("--plot takes a file ending in .png or .svg"));
+}
+
+}  // namespace
+
+namespace {
+
+double WallSecondsNow() {
+  timespec now;
+  clock_gettime(CLOCK_MONOTONIC, &now);
+  return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
+}
+
+TEST(PositioningSimTest, RealtimeRunsAtWallClockSpeed) {
+  const double start = WallSecondsNow();
+  Result result = Simulate({"--realtime", "--duration", "2"});
+  const double elapsed = WallSecondsNow() - start;
+  ASSERT_EQ(0, result.run.status) << result.run.err;
+  EXPECT_EQ(10, JsonNumber(result.json, "records_fed"));
+  // Two seconds of drive plus the second before tear-down.
+  EXPECT_GE(elapsed, 2.9);
+  EXPECT_LT(elapsed, 10.0);
+  EXPECT_GE(JsonNumber(result.json, "wall_seconds"), 2.9);
+}
+
+TEST(PositioningSimTest, LongRunShowsProgressOnATerminal) {
+  // Standard error on a pseudo-terminal, as when run by hand; a real-time run takes
+  // longer than the two seconds after which progress is shown.
+  CScratchDir scratch;
+  const std::string command = "script -qec \"'" + testing_host::SimPath() +
+                              "' --realtime --duration 3 --out /dev/null\" " +
+                              "/dev/null > '" + scratch.File("terminal") + "' 2>&1 </dev/null";
+  ASSERT_EQ(0, system(command.c_str()));
+  const std::string terminal = ReadFile(scratch.File("terminal"));
+  EXPECT_NE(std::string::npos, terminal.find("\rpositioning-sim: ")) << terminal;
+  EXPECT_NE(std::string::npos, terminal.find(" / 3.9 s simulated, "));
+  EXPECT_NE(std::string::npos, terminal.find("records fed:          15"));
+}
+
+TEST(PositioningSimTest, NoProgressWhenStandardErrorIsNotATerminal) {
+  SimRun run = RunSim({"--duration", "60"});
+  ASSERT_EQ(0, run.status);
+  EXPECT_EQ(std::string::npos, run.err.find("s simulated, "));
 }
 
 }  // namespace

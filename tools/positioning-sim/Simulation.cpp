@@ -237,6 +237,13 @@ void CSimulation::OnSample(CClient& aClient, const host::ReceivedSample& aSample
   iWriter.Write(aClient.Name(), aSample, replayed);
 }
 
+void CSimulation::WaitForWallClock(uint64_t aTime) {
+  if (!iOptions.realtime) return;
+  const double due = iWallStart + static_cast<double>(aTime - kLocalStart) / 1000.0;
+  const double wait = due - WallSeconds();
+  if (wait > 0) usleep(static_cast<useconds_t>(wait * 1e6));
+}
+
 void CSimulation::Progress(bool aFinal) {
   if (!isatty(STDERR_FILENO) || iOptions.quiet) return;
   const double wall = WallSeconds();
@@ -289,19 +296,24 @@ bool CSimulation::Run(std::string& aError) {
   }
 
   const uint64_t end = iEndTime + kTearDownDelay;
-  while (!iQueue.empty() && iQueue.top().time <= end) {
-    const uint64_t next = iQueue.top().time;
-    if (iOptions.realtime) {
-      const double due = iWallStart + static_cast<double>(next - kLocalStart) / 1000.0;
-      const double wait = due - WallSeconds();
-      if (wait > 0) usleep(static_cast<useconds_t>(wait * 1e6));
+  for (;;) {
+    // Timers due no later than the next event fire first, each at its own time.
+    const uint64_t nextEvent = iQueue.empty() ? UINT64_MAX : iQueue.top().time;
+    const uint64_t nextTimer = iEvents.NextDue();
+    const uint64_t next = std::min(nextEvent, nextTimer);
+    if (next > end) break;
+    WaitForWallClock(next);
+    if (nextTimer <= nextEvent) {
+      iEvents.RunUntil(nextTimer);
+    } else {
+      iEvents.RunUntil(next);
+      Event event = iQueue.top();
+      iQueue.pop();
+      event.action();
     }
-    iEvents.RunUntil(next);
-    Event event = iQueue.top();
-    iQueue.pop();
-    event.action();
     Progress(false);
   }
+  WaitForWallClock(end);
   iEvents.RunUntil(end);
   host::CModuleLoader::Destroy(iFeature);
   iFeature = nullptr;

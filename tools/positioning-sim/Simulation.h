@@ -115,6 +115,8 @@ class CSimulation {
   void SendRecord(size_t aIndex);
   void AnswerKick(uint64_t aKickTime);
   void OnSample(CClient& aClient, const host::ReceivedSample& aSample);
+  // In real time, sleeps until the wall clock reaches simulated time aTime.
+  void WaitForWallClock(uint64_t aTime);
   void Progress(bool aFinal);
 
   const SimOptions& iOptions;

@@ -1,5 +1,5 @@
-// Reads the dynamic symbol table and the needed libraries of an ELF shared object
-// (32- or 64-bit, little-endian), without any external tool.
+// Reads the dynamic symbol table, the symbol versions and the needed libraries of an
+// ELF shared object (32- or 64-bit, little-endian), without any external tool.
 #ifndef TESTS_ELF_SYMBOLS_H
 #define TESTS_ELF_SYMBOLS_H
 
@@ -12,15 +12,19 @@ struct ElfSymbol {
   std::string name;  // mangled
   bool defined;      // has a section (not SHN_UNDEF)
   bool weak;
+  bool local;        // STB_LOCAL: not visible to other objects (ARM links keep section symbols here)
   bool function;
   bool object;
+  std::string version;      // "GLIBC_2.4", empty when unversioned
+  std::string versionFile;  // for an undefined versioned symbol: the library that must provide it
 };
 
 struct ElfDynamicInfo {
-  std::vector<ElfSymbol> symbols;  // .dynsym without the null entry
+  std::vector<ElfSymbol> symbols;   // .dynsym without the null entry
   std::vector<std::string> needed;  // DT_NEEDED entries
-  int elfClass = 0;                // 32 or 64
-  unsigned machine = 0;            // e_machine
+  int elfClass = 0;                 // 32 or 64
+  unsigned machine = 0;             // e_machine
+  unsigned flags = 0;               // e_flags (ARM: EABI version, float ABI)
 };
 
 // Reads aPath; on failure answers false and says why in aError.

@@ -1,0 +1,50 @@
+#!/usr/bin/env bash
+# The head unit's target, 32-bit ARM Linux (arm-linux-gnueabihf): cross builds the
+# module, host/, the tools and every test with -O2, runs the whole suite under qemu-arm,
+# installs the ARM build and builds and runs a daemon against the package (30-install.sh),
+# and prints the stripped size of libPositioning.so on both targets.
+#
+# Excluded under emulation: DltLogTest only. It needs positioning-sim's --log dlt, and
+# the ARM simulator builds without DLT because there is no libdlt for the target here.
+set -euo pipefail
+source "$(dirname "$0")/../lib.sh"
+
+need_packages cmake ninja-build g++-arm-linux-gnueabihf qemu-user googletest
+ARM_BUILD=${ARM_BUILD_DIR:-$ROOT/build-arm}
+TOOLCHAIN=$ROOT/cmake/arm-linux-gnueabihf.cmake
+GTEST_PREFIX=$ARM_BUILD/googletest
+ARM_FLAGS=(-DCMAKE_TOOLCHAIN_FILE="$TOOLCHAIN" -DCMAKE_BUILD_TYPE=Release -DCMAKE_CXX_FLAGS_RELEASE="-O2 -DNDEBUG")
+started=$SECONDS
+
+# GoogleTest for the target, built from Debian's sources once per build directory.
+if [ ! -f "$GTEST_PREFIX/lib/cmake/GTest/GTestConfig.cmake" ]; then
+  echo "== arm: GoogleTest from /usr/src/googletest"
+  cmake -S /usr/src/googletest -B "$ARM_BUILD/googletest-build" -G Ninja "${ARM_FLAGS[@]}" \
+    -DCMAKE_INSTALL_PREFIX="$GTEST_PREFIX" >/dev/null
+  cmake --build "$ARM_BUILD/googletest-build" -j "$JOBS" >/dev/null
+  cmake --install "$ARM_BUILD/googletest-build" >/dev/null
+fi
+
+echo "== arm: build ($ARM_BUILD)"
+cmake -S "$ROOT" -B "$ARM_BUILD" -G Ninja "${ARM_FLAGS[@]}" -DCMAKE_PREFIX_PATH="$GTEST_PREFIX" \
+  -DPOSITIONING_BUILD_BENCH=OFF >/dev/null
+cmake --build "$ARM_BUILD" -j "$JOBS"
+built=$SECONDS
+
+echo "== arm: tests under qemu-arm"
+ctest --test-dir "$ARM_BUILD" --output-on-failure -j "$JOBS" -E '^DltLogTest\.'
+tested=$SECONDS
+
+echo "== arm: installed package"
+POSITIONING_INSTALL_BUILD="$ARM_BUILD" POSITIONING_INSTALL_TOOLCHAIN="$TOOLCHAIN" bash "$ROOT/scripts/checks/30-install.sh"
+
+echo "== arm: stripped size of libPositioning.so"
+scratch=$(mktemp -d)
+trap 'rm -rf "$scratch"' EXIT
+arm-linux-gnueabihf-strip -o "$scratch/arm.so" "$ARM_BUILD/Positioning/libPositioning.so"
+echo "arm-linux-gnueabihf -O2: $(stat -c %s "$scratch/arm.so") bytes"
+if [ -f "$BUILD/Positioning/libPositioning.so" ]; then
+  strip -o "$scratch/native.so" "$BUILD/Positioning/libPositioning.so"
+  echo "$(uname -m) -O2:            $(stat -c %s "$scratch/native.so") bytes"
+fi
+echo "arm: build $((built - started)) s, tests $((tested - built)) s, total $((SECONDS - started)) s"

@@ -209,17 +209,15 @@ void CLogFacility::Trace(const std::string& aCall) {
   if (iTraceCalls) iCalls.push_back(aCall);
 }
 
-TBool CLogFacility::IsEnabled(const uint32_t* aModule, const uint32_t* aCategory) {
-  if (iTraceCalls) {
-    Trace("IsEnabled(" + std::to_string(aModule != nullptr ? *aModule : 0) + "," +
-          std::to_string(aCategory != nullptr ? *aCategory : 0) + ")");
-  }
+TBool CLogFacility::TraceIsEnabled(const uint32_t* aModule, const uint32_t* aCategory) {
+  Trace("IsEnabled(" + std::to_string(aModule != nullptr ? *aModule : 0) + "," +
+        std::to_string(aCategory != nullptr ? *aCategory : 0) + ")");
   return iEnabledAnswer;
 }
 
-logging::internals::CLogHandle CLogFacility::Open(const char* aCategory, const char* aModule, const char* aFunction,
-                                                  TBool aEnabled, const char* aFile, int aLine) {
-  if (iDiscard) return logging::internals::CLogHandle(iHandleFlags, iNullStream.get());
+logging::internals::CLogHandle CLogFacility::OpenRecord(const char* aCategory, const char* aModule,
+                                                        const char* aFunction, TBool aEnabled, const char* aFile,
+                                                        int aLine) {
   if (iTraceCalls) {
     Trace(std::string("Open(") + aCategory + "," + aModule + "," + aFunction + "," + std::to_string(aEnabled) + "," +
           aFile + "," + std::to_string(aLine) + ")");

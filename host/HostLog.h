@@ -116,16 +116,30 @@ class CLogFacility : public logging::ILogControl, public logging::internals::ILo
   void Reserved8() override {}
   void Reserved9() override {}
   void Reserved10() override {}
-  TBool IsEnabled(const uint32_t* aModule, const uint32_t* aCategory) override;
+  // Answers at once unless calls are traced: a no-op logger costs the module no more
+  // than a real one that logs nothing.
+  TBool IsEnabled(const uint32_t* aModule, const uint32_t* aCategory) override {
+    if (iTraceCalls) return TraceIsEnabled(aModule, aCategory);
+    return iEnabledAnswer;
+  }
 
   // logging::internals::ILogger
+  // Discarding hands out the null stream at once; every later call still reaches it.
+  // Recording is marked the unlikely path so that discarding needs no stack frame:
+  // recording costs far more than the branch anyway.
   logging::internals::CLogHandle Open(const char* aCategory, const char* aModule, const char* aFunction,
-                                      TBool aEnabled, const char* aFile, int aLine) override;
+                                      TBool aEnabled, const char* aFile, int aLine) override {
+    if (__builtin_expect(!iDiscard, 0)) return OpenRecord(aCategory, aModule, aFunction, aEnabled, aFile, aLine);
+    return logging::internals::CLogHandle(iHandleFlags, iNullStream.get());
+  }
 
   class CStream;
 
  private:
   CLogFacility();
+  TBool TraceIsEnabled(const uint32_t* aModule, const uint32_t* aCategory);
+  logging::internals::CLogHandle OpenRecord(const char* aCategory, const char* aModule, const char* aFunction,
+                                            TBool aEnabled, const char* aFile, int aLine);
   void Commit(CStream& aStream);
   void Trace(const std::string& aCall);
 

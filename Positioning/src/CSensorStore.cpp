@@ -1,6 +1,7 @@
 #include "CSensorStore.h"
 
 #include <stdlib.h>
+#include <string.h>
 
 #include <new>
 
@@ -35,15 +36,25 @@ enum {
   kLinePutData = 169,
 };
 
+// A newly allocated copy of a sample's values other than two.
+__attribute__((noinline, cold)) int16_t* CopyOfValues(const CSensorStore::TSensorData& aData) {
+  int16_t* values = static_cast<int16_t*>(malloc(aData.size * sizeof(int16_t)));
+  for (uint8_t i = 0; i < aData.size; ++i) values[i] = aData.values[i];
+  return values;
+}
+
 // The outgoing record of a sample; its value array is allocated per record and freed
-// by the caller.
-TiPositioningSensorData MakeOutgoing(const CSensorStore::TSensorData& aData) {
+// by the caller. Like every allocation of the module, the array's is not checked.
+inline TiPositioningSensorData MakeOutgoing(const CSensorStore::TSensorData& aData) {
   TiPositioningSensorData out;
   out.timeStamp = aData.timeStamp;
   out.values.size = aData.size;
-  out.values.data = static_cast<int16_t*>(malloc(aData.size * sizeof(int16_t)));
-  if (out.values.data != NULL) {
-    for (uint8_t i = 0; i < aData.size; ++i) out.values.data[i] = aData.values[i];
+  if (aData.size == 2) {
+    // Both sources put two values into every sample: made and filled at once.
+    out.values.data = static_cast<int16_t*>(malloc(2 * sizeof(int16_t)));
+    memcpy(out.values.data, aData.values, 2 * sizeof(int16_t));
+  } else {
+    out.values.data = CopyOfValues(aData);
   }
   return out;
 }
@@ -174,10 +185,12 @@ reflection::TErrCode CSensorStore::ReplayFirstSensor() {
   }
   TSensorData* snapshot = static_cast<TSensorData*>(malloc(count * sizeof(TSensorData)));
   if (snapshot == NULL) count = 0;
-  for (int32_t k = 0; k < count; ++k) {
-    int32_t slot = first + k;
-    while (slot >= buffer.iCapacity) slot -= buffer.iCapacity;
-    snapshot[k] = buffer.iData[slot];
+  // Oldest to newest: the slots from first to the end, then those before first (slot
+  // first + k taken modulo the capacity), as two block copies.
+  if (count > 0) {
+    const int32_t tail = count < buffer.iCapacity - first ? count : buffer.iCapacity - first;
+    memcpy(snapshot, buffer.iData + first, static_cast<size_t>(tail) * sizeof(TSensorData));
+    memcpy(snapshot + tail, buffer.iData, static_cast<size_t>(count - tail) * sizeof(TSensorData));
   }
 
   CLogRecord(EInfo, "Subscribe", kFile, kLineBufferedSize).Text("bufferd data size=").I32(count);
@@ -209,19 +222,32 @@ TAny CSensorStore::PutData(TUint8 aHandle, TSensorData aData) {
       .Text("Handle: ")
       .U8(aHandle);
 
-  TiPositioningSensorData out = MakeOutgoing(aData);
   TSensorEntry& sensor = iSensorArray[aHandle];
   if (sensor.buffer != NULL) sensor.buffer->Put(aData);
 
-  if (iSubscriptionCount == iSensorCount) {
-    // Each position is walked from the head; a client may leave during the call.
-    for (int32_t p = 0; p < sensor.clients.iCount; ++p) {
-      CHKNode<clientRecord>* node = sensor.clients.At(p);
-      if (node == NULL) break;
-      node->iData.client->SensorData(*this, sensor.config.sensorType, out);
-    }
-  }
+  // The outgoing record exists for the clients: it is built, and its value array
+  // allocated, only when the gate is open and the sensor has a client to serve. Intake
+  // without delivery then costs the record copy alone, and every delivery still gets
+  // an array of its own.
+  CHKList<clientRecord>& clients = sensor.clients;
+  CHKNode<clientRecord>* node = clients.iHead;
+  if (iSubscriptionCount != iSensorCount || node == NULL) return;
+  TiPositioningSensorData out = MakeOutgoing(aData);
+  // Client by client from position 0, the head; further positions are rarer and kept
+  // out of this path.
+  node->iData.client->SensorData(*this, sensor.config.sensorType, out);
+  if (clients.iCount > 1) DeliverFromSecond(sensor, out);
   free(out.values.data);
+}
+
+// Each position is walked from the head, as the list is reached by position. A client
+// may leave during its call, so the count is read again after each one.
+void CSensorStore::DeliverFromSecond(TSensorEntry& aSensor, TiPositioningSensorData& aOut) {
+  for (int32_t p = 1; p < aSensor.clients.iCount; ++p) {
+    CHKNode<clientRecord>* node = aSensor.clients.At(p);
+    if (node == NULL) break;
+    node->iData.client->SensorData(*this, aSensor.config.sensorType, aOut);
+  }
 }
 
 TBool CSensorStore::GetLastSample(TiPositioningSensorType aType, TSensorData& aSample) {

@@ -78,6 +78,8 @@ class CSensorStore : public CReflectionInterfaceHandler<IPositioningSensorFemale
 
  private:
   reflection::TErrCode ReplayFirstSensor();
+  // Delivers to aSensor's clients from position 1 on; out of PutData's common path.
+  __attribute__((noinline)) void DeliverFromSecond(TSensorEntry& aSensor, TiPositioningSensorData& aOut);
 
   int32_t iSensorCount;
   int32_t iSubscriptionCount;  // (client, sensor) pairs ever added; never decreased

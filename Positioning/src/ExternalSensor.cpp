@@ -25,6 +25,36 @@ const TiPositioningSensorType kCombinedRecord = 0x8000;
 const uint64_t kMaxTimeStampStep = 250;
 const uint8_t kCombinedValueCount = 4;
 
+// Whether a record carries the four values of the combined record.
+inline bool IsComplete(const TiPositioningSensorData& aData) {
+  return aData.values.data != NULL && aData.values.size >= kCombinedValueCount;
+}
+
+// A 16-bit value widened with its sign, as its unsigned 32-bit equivalent.
+inline uint32_t Widened(int16_t aValue) { return static_cast<uint32_t>(static_cast<int32_t>(aValue)); }
+
+// What only a time-stamp step, a refused or a short record needs is kept out of line,
+// so that the path of the ordinary record keeps its registers for what it passes on.
+
+// A step outside 0 to 250 ms; a step back prints both messages, deliberately.
+__attribute__((noinline, cold)) void ReportTimeStampStep(uint64_t aTimeStamp, uint64_t aLastTimeStamp) {
+  printf("ERROR: %s timestamp difference more than 250 ms, %d, %d\n", "SensorData",
+         static_cast<int>(static_cast<uint32_t>(aTimeStamp)), static_cast<int>(static_cast<uint32_t>(aLastTimeStamp)));
+  if (static_cast<int64_t>(aTimeStamp - aLastTimeStamp) < 0) {
+    printf("ERROR: %s timestamp %d is going back\n", "SensorData", static_cast<int>(static_cast<uint32_t>(aTimeStamp)));
+  }
+}
+
+__attribute__((noinline, cold)) void LogUnknownType() {
+  CLogRecord(EError, "SensorData", kFile, __LINE__).Text("Unknown positioning sensor type!");
+}
+
+__attribute__((noinline, cold)) void LogDropped(uint8_t aSize) {
+  CLogRecord(EError, "SensorData", kFile, __LINE__)
+      .Text("Combined record dropped, values expected 4, received: ")
+      .U8(aSize);
+}
+
 }  // namespace
 
 CExternalSensor::CExternalSensor(const TFeatureId& aFeatureId, IInterfaceBroker& aInterfaceBroker,
@@ -170,23 +200,26 @@ reflection::TErrCode CExternalSensor::Configuration(IHalvikPositioningSensorFema
 
 reflection::TErrCode CExternalSensor::SensorData(IHalvikPositioningSensorFemale&, TiPositioningSensorType aType,
                                                  TiPositioningSensorData& aData) {
-  // Without a time base (clock-sync service absent) samples keep the service's time.
+  // The offset is read first, once, before any check. Without a time base (clock-sync
+  // service absent) samples keep the service's time.
   const int64_t offset = iSyncTime != NULL ? iSyncTime->GetSyncTime() : 0;
-  // Only the values the sequence holds are read.
-  const uint8_t present = aData.values.data != NULL ? aData.values.size : 0;
-  const uint8_t shown = present < kCombinedValueCount ? present : kCombinedValueCount;
+  // Only the values the sequence holds are read; the combined record has all four.
+  const int16_t* values = aData.values.data;
   {
     CLogRecord record(EInfo, "SensorData", kFile, __LINE__);
     record.Text(", ").U16(aType);
-    for (uint8_t i = 0; i < shown; ++i) {
-      // Sign-extended to 32 bits and passed as unsigned, as the stream expects.
-      record.Text(", ").U32(static_cast<uint32_t>(static_cast<int32_t>(aData.values.data[i])));
+    // Values are sign-extended to 32 bits and passed as unsigned, as the stream expects.
+    if (IsComplete(aData)) {
+      record.Text(", ").U32(Widened(values[0])).Text(", ").U32(Widened(values[1]));
+      record.Text(", ").U32(Widened(values[2])).Text(", ").U32(Widened(values[3]));
+    } else if (values != NULL) {
+      for (uint8_t i = 0; i < aData.values.size; ++i) record.Text(", ").U32(Widened(values[i]));
     }
     record.Text(", ").I32(static_cast<int32_t>(static_cast<uint32_t>(aData.timeStamp))).Text(", ");
   }
 
   if (aType != kCombinedRecord) {
-    CLogRecord(EError, "SensorData", kFile, __LINE__).Text("Unknown positioning sensor type!");
+    LogUnknownType();
     return 0;
   }
 
@@ -195,33 +228,25 @@ reflection::TErrCode CExternalSensor::SensorData(IHalvikPositioningSensorFemale&
   if (iLastTimeStamp != 0) {
     const uint64_t step = aData.timeStamp - iLastTimeStamp;
     if ((step >> 32) != 0 || static_cast<uint32_t>(step) > kMaxTimeStampStep) {
-      printf("ERROR: %s timestamp difference more than 250 ms, %d, %d\n", "SensorData",
-             static_cast<int>(static_cast<uint32_t>(aData.timeStamp)),
-             static_cast<int>(static_cast<uint32_t>(iLastTimeStamp)));
-    }
-    if (static_cast<int64_t>(step) < 0) {
-      printf("ERROR: %s timestamp %d is going back\n", "SensorData",
-             static_cast<int>(static_cast<uint32_t>(aData.timeStamp)));
+      ReportTimeStampStep(aData.timeStamp, iLastTimeStamp);
     }
   }
   iLastTimeStamp = aData.timeStamp;
 
   if (aData.values.size == 0) return 0;
-  if (present < kCombinedValueCount) {
-    CLogRecord(EError, "SensorData", kFile, __LINE__)
-        .Text("Combined record dropped, values expected 4, received: ")
-        .U8(aData.values.size);
+  if (!IsComplete(aData)) {
+    LogDropped(aData.values.size);
     return 0;
   }
 
   CSensorStore::TSensorData sample = {};
   sample.timeStamp = aData.timeStamp + offset;
   sample.size = 2;
-  sample.values[0] = aData.values.data[0];
-  sample.values[1] = aData.values.data[1];
+  sample.values[0] = values[0];
+  sample.values[1] = values[1];
   iSensorStore->PutData(iFirstSensorHandle, sample);
-  sample.values[0] = aData.values.data[2];
-  sample.values[1] = aData.values.data[3];
+  sample.values[0] = values[2];
+  sample.values[1] = values[3];
   iSensorStore->PutData(iSecondSensorHandle, sample);
   return 0;
 }

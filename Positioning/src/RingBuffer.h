@@ -24,14 +24,16 @@ class CRingBuffer {
   CRingBuffer& operator=(const CRingBuffer&) = delete;
 
   // Writes aRecord over the oldest slot once full. A buffer without slots (capacity 0
-  // from a sample period above one second) or without storage keeps nothing, rather
-  // than write outside its allocation.
+  // from a sample period above one second) keeps nothing, rather than write outside its
+  // allocation: the write position is then not below the capacity.
   void Put(const T& aRecord) {
-    if (iCapacity <= 0 || iData == NULL) return;
-    iLastPos = iWritePos;
-    iData[iWritePos] = aRecord;
-    if (++iWritePos == iCapacity) iWritePos = 0;
-    if (iCount < iCapacity) ++iCount;
+    const int32_t pos = iWritePos;
+    const int32_t capacity = iCapacity;
+    if (pos >= capacity) return;
+    iLastPos = pos;
+    iData[pos] = aRecord;
+    iWritePos = pos + 1 == capacity ? 0 : pos + 1;
+    if (iCount < capacity) ++iCount;
   }
 
   T* iData;           // iCapacity slots

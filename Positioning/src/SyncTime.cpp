@@ -55,8 +55,6 @@ int64_t CSyncTime::getDateTimeInMS() {
   return iCurrentTime;
 }
 
-int64_t CSyncTime::GetSyncTime() { return iSyncedTime; }
-
 TAny CSyncTime::SetMeasuredTime(txdr_uint32 aTime) {
   CLogRecord(EInterface, "virtual TAny CSyncTime::SetMeasuredTime(txdr_uint32)", kFile, __LINE__)
       .Text("iCurrentTime=")

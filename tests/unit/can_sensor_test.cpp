@@ -18,8 +18,6 @@ namespace {
 using host::PieceKind;
 using testing_host::HostTest;
 
-const TInterfaceIdentity kMicroHostIdentity = {0x0038, 0};
-const TInterfaceIdentity kPositioningIdentity = {34, 0};
 const char kRequestFailed[] = "RequestSharedInterface for IMicroHostSensorMale failed";
 const char kSensorDataTrace[] =
     "virtual reflection::TErrCode CCANSensor::SensorData(IMicroHostSensorMale&, TPosSensorData&)";

@@ -85,6 +85,28 @@ void PrintSummary(FILE* aFile, const Summary& aSummary) {
           aSummary.errorMean, static_cast<long long>(aSummary.errorMaxAbs),
           static_cast<unsigned long long>(aSummary.errorCount));
   fprintf(aFile, "supervision messages: %llu\n", static_cast<unsigned long long>(aSummary.supervisionMessages));
+  const SoakSummary& soak = aSummary.soak;
+  if (!soak.enabled) return;
+  fprintf(aFile, "== soak\n");
+  fprintf(aFile, "resident memory:      %llu kB after the first minute, at most %llu kB after it (%+lld kB, "
+          "allowed %.0f kB) over %zu samples: %s\n",
+          static_cast<unsigned long long>(soak.rssFirstMinuteKb), static_cast<unsigned long long>(soak.rssMaxKb),
+          static_cast<long long>(soak.rssGrowthKb), soak.rssToleranceKb, soak.rssKb.size(),
+          soak.RssFlat() ? "flat" : "GROWING");
+  fprintf(aFile, "delivery:             %llu records fed with the gate open, %llu samples checked, %llu wrong\n",
+          static_cast<unsigned long long>(soak.recordsWhileGateOpen),
+          static_cast<unsigned long long>(soak.deliveriesChecked), static_cast<unsigned long long>(soak.deliveryErrors));
+  fprintf(aFile, "replays:              %llu checked, %llu wrong\n", static_cast<unsigned long long>(soak.replaysChecked),
+          static_cast<unsigned long long>(soak.replayErrors));
+  if (soak.finalReplayDone) {
+    fprintf(aFile, "last minute:          final replay of %llu samples, %s the last %llu fed\n",
+            static_cast<unsigned long long>(soak.finalReplaySamples),
+            soak.replayErrors == 0 ? "equal to" : "NOT equal to", static_cast<unsigned long long>(soak.lastMinuteFed));
+  } else {
+    fprintf(aFile, "last minute:          no final replay (the delivery gate is closed)\n");
+  }
+  if (!soak.firstDeliveryError.empty()) fprintf(aFile, "first mismatch:       %s\n", soak.firstDeliveryError.c_str());
+  fprintf(aFile, "soak:                 %s\n", soak.Passed() ? "passed" : "FAILED");
 }
 
 bool WriteSummaryJson(const std::string& aPath, const Summary& aSummary, std::string& aError) {
@@ -110,11 +132,32 @@ bool WriteSummaryJson(const std::string& aPath, const Summary& aSummary, std::st
   }
   fprintf(file,
           "],\"error_mean\":%.3f,\"error_max_abs\":%lld,\"error_count\":%llu,\"supervision_messages\":%llu,"
-          "\"simulated_seconds\":%.3f,\"wall_seconds\":%.3f}\n",
+          "\"simulated_seconds\":%.3f,\"wall_seconds\":%.3f",
           aSummary.errorMean, static_cast<long long>(aSummary.errorMaxAbs),
           static_cast<unsigned long long>(aSummary.errorCount),
           static_cast<unsigned long long>(aSummary.supervisionMessages), aSummary.simulatedSeconds,
           aSummary.wallSeconds);
+  const SoakSummary& soak = aSummary.soak;
+  if (soak.enabled) {
+    fprintf(file,
+            ",\"soak\":{\"passed\":%s,\"rss_first_minute_kb\":%llu,\"rss_max_kb\":%llu,\"rss_growth_kb\":%lld,"
+            "\"rss_tolerance_kb\":%.0f,\"rss_samples\":%zu,\"records_gate_open\":%llu,\"deliveries_checked\":%llu,"
+            "\"delivery_errors\":%llu,\"replays_checked\":%llu,\"replay_errors\":%llu,\"final_replay\":%s,"
+            "\"final_replay_samples\":%llu,\"last_minute_fed\":%llu,\"first_mismatch\":%s}",
+            soak.Passed() ? "true" : "false", static_cast<unsigned long long>(soak.rssFirstMinuteKb),
+            static_cast<unsigned long long>(soak.rssMaxKb), static_cast<long long>(soak.rssGrowthKb),
+            soak.rssToleranceKb, soak.rssKb.size(), static_cast<unsigned long long>(soak.recordsWhileGateOpen),
+            static_cast<unsigned long long>(soak.deliveriesChecked),
+            static_cast<unsigned long long>(soak.deliveryErrors), static_cast<unsigned long long>(soak.replaysChecked),
+            static_cast<unsigned long long>(soak.replayErrors), soak.finalReplayDone ? "true" : "false",
+            static_cast<unsigned long long>(soak.finalReplaySamples),
+            static_cast<unsigned long long>(soak.lastMinuteFed), JsonString(soak.firstDeliveryError).c_str());
+    fprintf(file, ",\"rss_kb\":[");
+    for (size_t i = 0; i < soak.rssKb.size(); ++i)
+      fprintf(file, "%s%llu", i == 0 ? "" : ",", static_cast<unsigned long long>(soak.rssKb[i]));
+    fprintf(file, "]");
+  }
+  fprintf(file, "}\n");
   if (fclose(file) != 0) return aError = aPath + ": " + strerror(errno), false;
   return true;
 }

@@ -152,6 +152,18 @@ bool ParseOptions(int aArgc, char** aArgv, SimOptions& aOptions, std::string& aE
         return aError = "--client-rejoin takes seconds: " + text, false;
     } else if (option == "--main-unit-unplugged") {
       aOptions.mainUnitUnplugged = true;
+    } else if (option == "--soak") {
+      aOptions.soak = true;
+    } else if (option == "--rss-tolerance") {
+      if (!value(text)) return false;
+      if (!ParseDouble(text, aOptions.rssToleranceKb) || aOptions.rssToleranceKb < 0)
+        return aError = "--rss-tolerance takes kilobytes >= 0: " + text, false;
+    } else if (option == "--inject-leak" || option == "--inject-loss") {
+      int64_t amount;
+      if (!value(text)) return false;
+      if (!ParseInt(text, amount) || amount < 1 || amount > 1000000)
+        return aError = option + " takes a whole number from 1 to 1000000: " + text, false;
+      (option == "--inject-leak" ? aOptions.injectLeakKb : aOptions.injectLoss) = static_cast<uint32_t>(amount);
     } else if (option == "--quiet" || option == "-q") {
       aOptions.quiet = true;
     } else {
@@ -195,6 +207,19 @@ std::string Usage(const std::string& aDefaultModule) {
       "  --second-client T        a second client connects at T and subscribes too\n"
       "  --client-rejoin T        the client leaves at T and subscribes again 1 s later\n"
       "  --main-unit-unplugged    the main unit is not plugged in (no CLK_SYNC pulses)\n"
+      "Soak (long runs, e.g. --duration 86400):\n"
+      "  --soak                   check instead of print: resident memory sampled every\n"
+      "                           simulated minute must stay flat after the first one;\n"
+      "                           every sample fed while the delivery gate is open must\n"
+      "                           reach every subscribed client, in synchronised time;\n"
+      "                           every replay, and a final one, must be exactly the last\n"
+      "                           minute fed. Figures on standard error (and in\n"
+      "                           --summary-json); exit status 3 when a check fails\n"
+      "  --rss-tolerance KB       growth allowed after the first minute (default 256)\n"
+      "  --inject-leak KB         to see the checks work: the simulated host leaks KB\n"
+      "                           every simulated minute\n"
+      "  --inject-loss N          to see the checks work: the first client loses every\n"
+      "                           N-th sample it receives\n"
       "Output:\n"
       "  --out FILE               samples to FILE instead of standard output\n"
       "  --format csv|jsonl       sample format (default csv:\n"

@@ -48,6 +48,10 @@ struct SimOptions {
   double secondClientAt = -1;  // < 0: no second client
   double clientRejoinAt = -1;  // < 0: the first client never leaves
   bool mainUnitUnplugged = false;
+  bool soak = false;            // check mode for long runs: memory, delivery, last minute
+  double rssToleranceKb = 256;  // resident memory growth allowed after the first minute
+  uint32_t injectLeakKb = 0;    // the simulated host leaks this much every simulated minute
+  uint32_t injectLoss = 0;      // the first client loses every n-th sample it receives
   bool quiet = false;
   bool help = false;
 };

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <fstream>
 
 namespace sim {
 
@@ -14,6 +15,27 @@ const TiPositioningSensorType kCombinedRecord = 0x8000;
 const uint32_t kClkSyncPin = 7;
 const uint64_t kRejoinDelay = 1000;
 const uint64_t kTearDownDelay = 1000;
+// --soak: resident memory is sampled once a simulated minute; the store holds one
+// minute of the first sensor; a type that matches no sensor asks only for a replay.
+const uint64_t kRssPeriod = 60000;
+const size_t kLastMinute = 300;
+const TiPositioningSensorType kNoSensor = 0;
+const size_t kMaxOffsetHistory = 1000;
+
+int16_t DirectionCode(int64_t aDirection) { return aDirection == 0x21 ? 1 : aDirection == 0x25 ? 2 : 0; }
+
+std::string Describe(const std::vector<std::pair<size_t, host::ReceivedSample>>& aSamples) {
+  std::string text;
+  for (size_t i = 0; i < aSamples.size() && i < 4; ++i) {
+    const host::ReceivedSample& sample = aSamples[i].second;
+    text += (i ? ", " : "") + std::string("C") + std::to_string(aSamples[i].first + 1) + " type " +
+            std::to_string(sample.type) + " at " + std::to_string(sample.timeStamp) + " [";
+    for (size_t v = 0; v < sample.values.size(); ++v) text += (v ? ";" : "") + std::to_string(sample.values[v]);
+    text += "]";
+  }
+  if (aSamples.size() > 4) text += ", ...";
+  return std::to_string(aSamples.size()) + " samples" + (aSamples.empty() ? "" : ": " + text);
+}
 
 double WallSeconds() {
   timespec now;
@@ -115,6 +137,7 @@ void CSimulation::SendRecord(size_t aIndex) {
   iSending = true;
   iSendingStamp = sent.stamp;
   iSendingTime = iFeedTimes[aIndex];
+  iReceivedNow.clear();
   if (iKind == SourceKind::Can) {
     TPosSensorData data = {static_cast<uint32_t>(sent.stamp), static_cast<uint16_t>(sent.field[0]),
                            static_cast<int16_t>(sent.field[1]), static_cast<uint32_t>(sent.field[2]),
@@ -127,7 +150,11 @@ void CSimulation::SendRecord(size_t aIndex) {
   }
   iSending = false;
   ++iSummary.recordsFed;
-  iSent.push_back(sent);
+  if (iOptions.soak) {
+    ExpectRecord(sent);
+    CompareReceived("record");
+  }
+  if (!iOptions.soak || !iOptions.recordPath.empty()) iSent.push_back(sent);
   if (!iOptions.plotPath.empty()) {
     const bool can = iKind == SourceKind::Can;
     iPlotPoints.push_back({static_cast<double>(now - kLocalStart) / 1000.0, sent.field[1],
@@ -141,9 +168,10 @@ void CSimulation::AnswerKick(uint64_t aKickTime) {
     // The peer stamps the kick when it handles it, after the latency.
     const uint32_t peerTime = static_cast<uint32_t>(iClock.PeerAt(answerAt));
     if (iKind == SourceKind::Can) {
-      if (!InWindow(iOptions.clockSyncLosses, answerAt)) iMicroHost.SendSyncTime(peerTime);
-    } else {
-      iClockSync.SendTimeStampReport(peerTime);
+      if (!InWindow(iOptions.clockSyncLosses, answerAt) && iMicroHost.SendSyncTime(peerTime) == 0)
+        ModelMeasured(peerTime);
+    } else if (iClockSync.SendTimeStampReport(peerTime) == 0) {
+      ModelMeasured(peerTime);
     }
   });
 }
@@ -171,7 +199,10 @@ void CSimulation::ScheduleFaults() {
   }
   if (iKind == SourceKind::External) {
     for (const TimeWindow& window : iOptions.clockSyncLosses) {
-      At(AtSeconds(window.start), [this] { iClockSync.Detach(iBroker); });
+      At(AtSeconds(window.start), [this] {
+        iClockSync.Detach(iBroker);
+        iModelOffset = 0;  // the source drops its synchronised time with the service
+      });
       if (window.end >= 0) At(AtSeconds(window.end), [this] { iClockSync.Attach(iBroker); });
     }
   }
@@ -180,9 +211,18 @@ void CSimulation::ScheduleFaults() {
 void CSimulation::StartClient(CClient& aClient, uint64_t aTime) {
   At(aTime, [this, &aClient] {
     aClient.Attach(iBroker);
+    // The store connects the first client; later ones connect their own end only.
+    if (iModelStorePeer < 0) iModelStorePeer = static_cast<int>(aClient.iIndex);
     iInSubscribe = true;
-    aClient.Subscribe(1, 0);
-    aClient.Subscribe(2, 1);
+    const TiPositioningSensorType types[2] = {1, 2};
+    for (TiPositioningSensorType type : types) {
+      const txdr_bool flag = type == 2 ? 1 : 0;
+      iReceivedNow.clear();
+      const bool connected = aClient.Subscribe(type, flag) != host::kNotConnected;
+      if (!iOptions.soak) continue;
+      if (connected) ModelSubscribe(aClient.iIndex, type, flag);
+      CompareReceived("replay");
+    }
     iInSubscribe = false;
   });
 }
@@ -205,7 +245,16 @@ void CSimulation::ScheduleClients() {
   }
   if (iOptions.clientRejoinAt >= 0) {
     const uint64_t leave = AtSeconds(iOptions.clientRejoinAt);
-    At(leave, [this, first] { first->Detach(iBroker); });
+    At(leave, [this, first] {
+      first->Detach(iBroker);
+      // The store hears of its connected client leaving: one node per sensor goes.
+      if (iModelStorePeer != static_cast<int>(first->iIndex)) return;
+      iModelStorePeer = -1;
+      for (std::vector<size_t>& list : iModelLists) {
+        auto it = std::find(list.begin(), list.end(), first->iIndex);
+        if (it != list.end()) list.erase(it);
+      }
+    });
     StartClient(*first, leave + kRejoinDelay);
     iEndTime = std::max(iEndTime, leave + kRejoinDelay);
   }
@@ -222,7 +271,8 @@ void CSimulation::OnSample(CClient& aClient, const host::ReceivedSample& aSample
     const int64_t offset = static_cast<int64_t>(aSample.timeStamp - iSendingStamp);
     const int64_t error = static_cast<int64_t>(aSample.timeStamp - iSendingTime);
     if (!iHaveOffset || offset != iLastOffset) {
-      iSummary.offsets.push_back({static_cast<double>(iSendingTime - kLocalStart) / 1000.0, offset});
+      if (!iOptions.soak || iSummary.offsets.size() < kMaxOffsetHistory)
+        iSummary.offsets.push_back({static_cast<double>(iSendingTime - kLocalStart) / 1000.0, offset});
       if (!iSummary.synchronised && offset != 0) {
         iSummary.synchronised = true;
         iSummary.firstSyncOffset = offset;
@@ -234,7 +284,123 @@ void CSimulation::OnSample(CClient& aClient, const host::ReceivedSample& aSample
     ++iSummary.errorCount;
     iSummary.errorMaxAbs = std::max<int64_t>(iSummary.errorMaxAbs, error < 0 ? -error : error);
   }
-  iWriter.Write(aClient.Name(), aSample, replayed);
+  if (!iOptions.soak) {
+    iWriter.Write(aClient.Name(), aSample, replayed);
+    return;
+  }
+  if (iOptions.injectLoss > 0 && aClient.iIndex == 0 && ++iFirstClientSamples % iOptions.injectLoss == 0) return;
+  iReceivedNow.push_back({aClient.iIndex, aSample});
+  if (!iSending && !replayed) {
+    ++iSummary.soak.deliveryErrors;
+    if (iSummary.soak.firstDeliveryError.empty())
+      iSummary.soak.firstDeliveryError = "a sample arrived while nothing was sent";
+  }
+}
+
+void CSimulation::ModelSubscribe(size_t aClient, TiPositioningSensorType aType, txdr_bool aFlag) {
+  for (int i = 0; i < 2; ++i) {
+    if (aType != i + 1) continue;
+    iModelLists[i].insert(iModelLists[i].begin(), aClient);
+    ++iModelSubscriptions;
+  }
+  if (iModelSubscriptions != 2 || aFlag != 1 || iModelLists[0].empty()) return;
+  // The replay: the first sensor's last minute, oldest first, to its newest subscriber.
+  ++iSummary.soak.replaysChecked;
+  for (const host::ReceivedSample& sample : iModelLastMinute) iExpectedNow.push_back({iModelLists[0].front(), sample});
+}
+
+void CSimulation::ModelMeasured(uint32_t aPeerTime) {
+  const int64_t peer = static_cast<int64_t>(static_cast<uint64_t>(aPeerTime));
+  if (iModelKick > peer) iModelOffset = iModelKick - peer;
+}
+
+void CSimulation::ExpectRecord(const DriveRecord& aSent) {
+  const bool can = iKind == SourceKind::Can;
+  host::ReceivedSample samples[2];
+  const uint64_t stamp = can ? static_cast<uint64_t>(static_cast<uint32_t>(aSent.stamp)) : aSent.stamp;
+  for (int i = 0; i < 2; ++i) {
+    samples[i].type = static_cast<TiPositioningSensorType>(i + 1);
+    samples[i].timeStamp = stamp + static_cast<uint64_t>(iModelOffset);
+  }
+  if (can) {
+    samples[0].values = {static_cast<int16_t>(static_cast<uint8_t>(aSent.field[3])),
+                         static_cast<int16_t>(aSent.field[1])};
+    samples[1].values = {static_cast<int16_t>(static_cast<uint16_t>(aSent.field[0])), DirectionCode(aSent.field[2])};
+  } else {
+    samples[0].values = {static_cast<int16_t>(aSent.field[0]), static_cast<int16_t>(aSent.field[1])};
+    samples[1].values = {static_cast<int16_t>(aSent.field[2]), static_cast<int16_t>(aSent.field[3])};
+  }
+  iModelLastMinute.push_back(samples[0]);
+  if (iModelLastMinute.size() > kLastMinute) iModelLastMinute.pop_front();
+  if (iModelSubscriptions != 2) return;
+  ++iSummary.soak.recordsWhileGateOpen;
+  for (int i = 0; i < 2; ++i) {
+    for (size_t client : iModelLists[i]) iExpectedNow.push_back({client, samples[i]});
+  }
+}
+
+void CSimulation::CompareReceived(const char* aWhat) {
+  SoakSummary& soak = iSummary.soak;
+  const bool replay = std::string(aWhat) == "replay";
+  if (!replay) soak.deliveriesChecked += iExpectedNow.size();
+  if (iReceivedNow != iExpectedNow) {
+    ++(replay ? soak.replayErrors : soak.deliveryErrors);
+    if (soak.firstDeliveryError.empty()) {
+      char at[64];
+      snprintf(at, sizeof at, " at %.1f s: expected ",
+               static_cast<double>(host::COsal::Instance().Now() - kLocalStart) / 1000.0);
+      soak.firstDeliveryError =
+          std::string(aWhat) + at + Describe(iExpectedNow) + "; received " + Describe(iReceivedNow);
+    }
+  }
+  iExpectedNow.clear();
+  iReceivedNow.clear();
+  // What the clients keep was checked: keeping it would grow without bound.
+  for (auto& client : iClients) client->ClearSamples();
+}
+
+void CSimulation::FinalReplay() {
+  SoakSummary& soak = iSummary.soak;
+  soak.lastMinuteFed = iModelLastMinute.size();
+  if (iModelSubscriptions != 2 || iModelLists[0].empty()) return;  // the gate is closed: nothing to ask
+  CClient* caller = nullptr;
+  for (auto& client : iClients) {
+    if (client->IsConnected()) caller = client.get();
+  }
+  if (caller == nullptr) return;
+  iReceivedNow.clear();
+  iInSubscribe = true;
+  caller->Subscribe(kNoSensor, 1);
+  iInSubscribe = false;
+  ModelSubscribe(caller->iIndex, kNoSensor, 1);
+  soak.finalReplayDone = true;
+  soak.finalReplaySamples = iReceivedNow.size();
+  CompareReceived("replay");
+}
+
+void CSimulation::SampleRss() {
+  std::ifstream statm("/proc/self/statm");
+  uint64_t size = 0;
+  uint64_t resident = 0;
+  statm >> size >> resident;
+  iSummary.soak.rssKb.push_back(resident * static_cast<uint64_t>(sysconf(_SC_PAGESIZE)) / 1024);
+  TrimHostHistory();
+  // Written to, so that the pages are resident.
+  if (iOptions.injectLeakKb > 0) iInjectedLeak.emplace_back(static_cast<size_t>(iOptions.injectLeakKb) * 1024, 'x');
+}
+
+// The simulated host keeps every pin change and sleep for tests to look at; a soak
+// forgets them once a minute so that only the module's memory is left to grow.
+void CSimulation::TrimHostHistory() {
+  host::CMainUnitIO& mainUnit = host::CPlatform::Instance().MainUnit();
+  mainUnit.Reset();
+  mainUnit.SetPluggedIn(!iOptions.mainUnitUnplugged);
+  mainUnit.SetOnPin(iPinObserver);
+  host::COsal& osal = host::COsal::Instance();
+  const uint64_t now = osal.Now();
+  osal.Reset();
+  osal.SetNow(now);
+  osal.SetRealSleep(iOptions.realtime);
 }
 
 void CSimulation::WaitForWallClock(uint64_t aTime) {
@@ -272,17 +438,31 @@ bool CSimulation::Run(std::string& aError) {
   // Kicks: the CAN micro answers each sync timer event; the main unit's clock-sync
   // service answers each rising CLK_SYNC pulse.
   iEvents.SetOnFired([this](const host::Timer& aTimer) {
-    if (iKind == SourceKind::Can && aTimer.eventClass == 0 && aTimer.eventId == 10)
+    if (iKind == SourceKind::Can && aTimer.eventClass == 0 && aTimer.eventId == 10) {
+      iModelKick = static_cast<int64_t>(host::COsal::Instance().Now());
       AnswerKick(host::COsal::Instance().Now());
+    }
   });
-  host::CPlatform::Instance().MainUnit().SetOnPin([this](const host::PinChange& aChange) {
-    if (aChange.pin == kClkSyncPin && aChange.level == 1) AnswerKick(aChange.tick);
-  });
+  iPinObserver = [this](const host::PinChange& aChange) {
+    if (aChange.pin == kClkSyncPin && aChange.level == 1) {
+      iModelKick = static_cast<int64_t>(aChange.tick);
+      AnswerKick(aChange.tick);
+    }
+  };
+  host::CPlatform::Instance().MainUnit().SetOnPin(iPinObserver);
 
   ScheduleDrive();
   ScheduleClients();
   ScheduleFaults();
 
+  if (iOptions.soak) {
+    iSummary.soak.enabled = true;
+    iSummary.soak.rssToleranceKb = iOptions.rssToleranceKb;
+    iSummary.soak.rssKb.reserve((iEndTime + kTearDownDelay - kLocalStart) / kRssPeriod + 4);
+    iSummary.offsets.reserve(kMaxOffsetHistory);
+    iNextRssSample = kLocalStart + kRssPeriod;
+  }
+  if (iKind == SourceKind::Can) iModelKick = static_cast<int64_t>(kLocalStart);
   iWallStart = WallSeconds();
   // The services are up when the daemon creates the feature.
   iMicroHost.Attach(iBroker);
@@ -311,10 +491,23 @@ bool CSimulation::Run(std::string& aError) {
       iQueue.pop();
       event.action();
     }
+    if (iOptions.soak && host::COsal::Instance().Now() >= iNextRssSample) {
+      SampleRss();
+      iNextRssSample += kRssPeriod;
+    }
     Progress(false);
   }
   WaitForWallClock(end);
   iEvents.RunUntil(end);
+  if (iOptions.soak) {
+    FinalReplay();
+    SampleRss();
+    SoakSummary& soak = iSummary.soak;
+    soak.rssFirstMinuteKb = soak.rssKb.front();
+    soak.rssMaxKb = soak.rssFirstMinuteKb;
+    for (size_t i = 1; i < soak.rssKb.size(); ++i) soak.rssMaxKb = std::max(soak.rssMaxKb, soak.rssKb[i]);
+    soak.rssGrowthKb = static_cast<int64_t>(soak.rssMaxKb) - static_cast<int64_t>(soak.rssFirstMinuteKb);
+  }
   host::CModuleLoader::Destroy(iFeature);
   iFeature = nullptr;
   for (auto& client : iClients) client->Detach(iBroker);

@@ -6,6 +6,7 @@
 #include <stdint.h>
 #include <stdio.h>
 
+#include <deque>
 #include <functional>
 #include <memory>
 #include <queue>
@@ -47,6 +48,27 @@ struct OffsetPoint {
   int64_t offset;  // module time stamp minus the service's, ms
 };
 
+// What --soak checks and measures.
+struct SoakSummary {
+  bool enabled = false;
+  uint64_t recordsWhileGateOpen = 0;  // fed while every sensor was subscribed
+  uint64_t deliveriesChecked = 0;     // samples that had to reach a client
+  uint64_t deliveryErrors = 0;        // sends or replays whose samples differed
+  std::string firstDeliveryError;
+  uint64_t replaysChecked = 0;
+  uint64_t replayErrors = 0;
+  bool finalReplayDone = false;  // false when the gate was closed at the end
+  uint64_t finalReplaySamples = 0;
+  uint64_t lastMinuteFed = 0;  // first-sensor samples the buffer must hold at the end
+  std::vector<uint64_t> rssKb;  // resident memory at the end of each simulated minute
+  uint64_t rssFirstMinuteKb = 0;
+  uint64_t rssMaxKb = 0;  // after the first minute
+  int64_t rssGrowthKb = 0;
+  double rssToleranceKb = 0;
+  bool RssFlat() const { return static_cast<double>(rssGrowthKb) <= rssToleranceKb; }
+  bool Passed() const { return deliveryErrors == 0 && replayErrors == 0 && RssFlat(); }
+};
+
 struct Summary {
   std::string source;
   std::string drive;
@@ -64,6 +86,7 @@ struct Summary {
   std::string supervisionText;
   double simulatedSeconds = 0;
   double wallSeconds = 0;
+  SoakSummary soak;
 };
 
 // Receives every sample a client gets.
@@ -118,6 +141,14 @@ class CSimulation {
   // In real time, sleeps until the wall clock reaches simulated time aTime.
   void WaitForWallClock(uint64_t aTime);
   void Progress(bool aFinal);
+  // --soak: what the module must do, worked out from what the simulation sent.
+  void ModelSubscribe(size_t aClient, TiPositioningSensorType aType, txdr_bool aFlag);
+  void ModelMeasured(uint32_t aPeerTime);
+  void ExpectRecord(const DriveRecord& aSent);
+  void CompareReceived(const char* aWhat);
+  void FinalReplay();
+  void SampleRss();
+  void TrimHostHistory();
 
   const SimOptions& iOptions;
   SourceKind iKind;
@@ -149,6 +180,21 @@ class CSimulation {
   double iErrorSum = 0;
   int64_t iLastOffset = 0;
   bool iHaveOffset = false;
+
+  // --soak model: subscriptions, client lists (newest first), the store's connected
+  // client, the synchronised offset, the first sensor's last minute.
+  int iModelSubscriptions = 0;
+  std::vector<size_t> iModelLists[2];
+  int iModelStorePeer = -1;
+  int64_t iModelKick = 0;
+  int64_t iModelOffset = 0;
+  std::deque<host::ReceivedSample> iModelLastMinute;
+  std::vector<std::pair<size_t, host::ReceivedSample>> iExpectedNow;
+  std::vector<std::pair<size_t, host::ReceivedSample>> iReceivedNow;
+  uint64_t iNextRssSample = 0;
+  std::function<void(const host::PinChange&)> iPinObserver;
+  std::vector<std::vector<char>> iInjectedLeak;
+  uint64_t iFirstClientSamples = 0;
 
   Summary iSummary;
   std::vector<DriveRecord> iSent;

@@ -18,6 +18,7 @@ namespace {
 
 const int kExitFailure = 1;
 const int kExitUsage = 2;
+const int kExitSoakFailed = 3;
 
 // Splits captured standard output into the module's messages.
 uint64_t CountLines(const std::string& aText) {
@@ -75,7 +76,10 @@ int main(int argc, char** argv) {
   // Samples go to the file, or to standard output as it is now: the module's own
   // printf output is captured apart while it runs.
   FILE* out = nullptr;
-  if (!options.outPath.empty()) {
+  if (options.soak && options.outPath.empty()) {
+    // A soak checks the samples instead of printing them.
+    out = fopen("/dev/null", "w");
+  } else if (!options.outPath.empty()) {
     out = fopen(options.outPath.c_str(), "w");
     if (out == nullptr) {
       fprintf(stderr, "positioning-sim: %s: %s\n", options.outPath.c_str(), strerror(errno));
@@ -138,6 +142,10 @@ int main(int argc, char** argv) {
       if (!line.empty()) fprintf(stderr, "module: %s\n", line.c_str());
     }
     sim::PrintSummary(stderr, summary);
+  }
+  if (options.soak && !summary.soak.Passed()) {
+    fprintf(stderr, "positioning-sim: soak check failed\n");
+    if (status == 0) status = kExitSoakFailed;
   }
   return status;
 }

@@ -1,0 +1,190 @@
+#include "FuzzSupport.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <stdlib.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+namespace fuzzing {
+
+namespace {
+
+const TiPositioningSensorType kTypes[CStoreModel::kSensors] = {1, 2};
+
+}  // namespace
+
+void Fail(const char* aExpression, const char* aFile, int aLine, const std::string& aDetail) {
+  fprintf(stderr, "\ninvariant broken: %s (%s:%d)\n", aExpression, aFile, aLine);
+  if (!aDetail.empty()) fprintf(stderr, "  %s\n", aDetail.c_str());
+  fflush(stderr);
+  abort();
+}
+
+CStdoutTap& CStdoutTap::Instance() {
+  static CStdoutTap tap;
+  return tap;
+}
+
+CStdoutTap::CStdoutTap() {
+  int fds[2];
+  if (pipe2(fds, O_NONBLOCK) != 0) Fail("pipe2", __FILE__, __LINE__, "");
+  // Room for everything one step can print; a full pipe drops output (and the
+  // comparison then fails) instead of blocking the run.
+  fcntl(fds[1], F_SETPIPE_SZ, 1 << 20);
+  fflush(stdout);
+  dup2(fds[1], STDOUT_FILENO);
+  close(fds[1]);
+  iReadFd = fds[0];
+}
+
+std::string CStdoutTap::Take() {
+  fflush(stdout);
+  std::string text;
+  char buffer[4096];
+  for (;;) {
+    const ssize_t got = read(iReadFd, buffer, sizeof buffer);
+    if (got <= 0) break;
+    text.append(buffer, static_cast<size_t>(got));
+  }
+  return text;
+}
+
+CSensorStore* FindStore(const host::CInterfaceBroker& aBroker, const std::string& aInstance) {
+  for (const host::BrokerCall& call : aBroker.Calls()) {
+    if (call.kind == host::BrokerCall::Request && call.identifier == 34 && call.instance == aInstance &&
+        call.result != 0)
+      return dynamic_cast<CSensorStore*>(call.handler);
+  }
+  return nullptr;
+}
+
+std::string Describe(const host::ReceivedSample& aSample) {
+  std::string text = "type " + std::to_string(aSample.type) + " at " + std::to_string(aSample.timeStamp) + " [";
+  for (size_t i = 0; i < aSample.values.size(); ++i) text += (i ? "," : "") + std::to_string(aSample.values[i]);
+  return text + "]";
+}
+
+void CStoreModel::Feed(int aHandle, uint64_t aTime, int16_t aValue0, int16_t aValue1) {
+  host::ReceivedSample sample;
+  sample.type = kTypes[aHandle];
+  sample.timeStamp = aTime;
+  sample.values = {aValue0, aValue1};
+  iRing[aHandle].push_back(sample);
+  if (iRing[aHandle].size() > kCapacity) iRing[aHandle].pop_front();
+  ++iFed[aHandle];
+  if (!GateOpen()) return;
+  for (size_t client : iLists[aHandle]) iExpected[client].push_back(sample);
+  iDelivered += iLists[aHandle].size();
+}
+
+reflection::TErrCode CStoreModel::Subscribe(size_t aClient, TiPositioningSensorType aType, txdr_bool aFlag) {
+  if (!iOffered || !iAttached[aClient]) return host::kNotConnected;
+  for (int i = 0; i < kSensors; ++i) {
+    if (kTypes[i] != aType) continue;
+    iLists[i].insert(iLists[i].begin(), aClient);
+    ++iSubscriptions;
+  }
+  if (!GateOpen() || aFlag != 1) return 0;
+  // The replay: the first sensor's buffer, oldest first, to its newest subscriber.
+  ++iReplays;
+  if (iLists[0].empty()) return 0;
+  for (const host::ReceivedSample& sample : iRing[0]) iExpected[iLists[0].front()].push_back(sample);
+  iReplayed += iRing[0].size();
+  return 0;
+}
+
+void CStoreModel::Report() const {
+  if (getenv("POSITIONING_FUZZ_VERBOSE") == nullptr) return;
+  fprintf(stderr, "fed %llu+%llu, subscriptions %d, delivered %llu, replays %llu (%llu samples)\n",
+          static_cast<unsigned long long>(iFed[0]), static_cast<unsigned long long>(iFed[1]), iSubscriptions,
+          static_cast<unsigned long long>(iDelivered), static_cast<unsigned long long>(iReplays),
+          static_cast<unsigned long long>(iReplayed));
+}
+
+void CStoreModel::Attached(size_t aClient) {
+  iAttached[aClient] = true;
+  if (!iOffered || iStorePeer >= 0) return;  // connects its own end only
+  iStorePeer = static_cast<int>(aClient);
+  ++iConfigurations[aClient];
+}
+
+void CStoreModel::Detached(size_t aClient) {
+  iAttached[aClient] = false;
+  if (iStorePeer != static_cast<int>(aClient)) return;  // the store never hears of it
+  iStorePeer = -1;
+  for (int i = 0; i < kSensors; ++i) {
+    auto it = std::find(iLists[i].begin(), iLists[i].end(), aClient);
+    if (it != iLists[i].end()) iLists[i].erase(it);
+  }
+}
+
+void CStoreModel::Check(const CSensorStore& aStore, std::vector<std::unique_ptr<host::CPositioningClient>>& aClients,
+                        bool aFullRing) {
+  FUZZ_CHECK(aStore.SensorCount() == kSensors);
+  FUZZ_CHECK_MSG(aStore.SubscriptionCount() == iSubscriptions,
+                 "store " + std::to_string(aStore.SubscriptionCount()) + ", model " + std::to_string(iSubscriptions));
+  for (int h = 0; h < kSensors; ++h) {
+    const CSensorStore::TSensorEntry& sensor = aStore.Sensor(h);
+    FUZZ_CHECK(sensor.config.sensorType == kTypes[h]);
+    // Client list: the same clients in the same order, newest first.
+    FUZZ_CHECK_MSG(sensor.clients.iCount == static_cast<int32_t>(iLists[h].size()),
+                   "sensor " + std::to_string(h) + " list " + std::to_string(sensor.clients.iCount) + ", model " +
+                       std::to_string(iLists[h].size()));
+    const CHKNode<CSensorStore::clientRecord>* node = sensor.clients.iHead;
+    for (size_t k = 0; k < iLists[h].size(); ++k) {
+      FUZZ_CHECK(node != nullptr);
+      FUZZ_CHECK(node->iData.client == static_cast<IPositioningSensorMale*>(aClients[iLists[h][k]].get()));
+      FUZZ_CHECK(k == 0 ? node->iPrev == nullptr : node->iPrev != nullptr && node->iPrev->iNext == node);
+      node = node->iNext;
+    }
+    FUZZ_CHECK(node == nullptr);
+
+    // The ring buffer holds at most one minute, the newest record last written.
+    const CRingBuffer<CSensorStore::TSensorData>* buffer = sensor.buffer;
+    FUZZ_CHECK(buffer != nullptr);
+    FUZZ_CHECK(buffer->iCapacity == static_cast<int32_t>(kCapacity));
+    FUZZ_CHECK(buffer->iCount == static_cast<int32_t>(iRing[h].size()));
+    FUZZ_CHECK(buffer->iCount <= buffer->iCapacity);
+    FUZZ_CHECK(buffer->iWritePos >= 0 && buffer->iWritePos < buffer->iCapacity);
+    FUZZ_CHECK(buffer->iWritePos == static_cast<int32_t>(iFed[h] % kCapacity));
+    const size_t first = iRing[h].size() < kCapacity ? 0 : static_cast<size_t>(buffer->iWritePos);
+    const size_t from = aFullRing ? 0 : (iRing[h].empty() ? 0 : iRing[h].size() - 1);
+    for (size_t k = from; k < iRing[h].size(); ++k) {
+      const CSensorStore::TSensorData& slot = buffer->iData[(first + k) % kCapacity];
+      const host::ReceivedSample& want = iRing[h][k];
+      FUZZ_CHECK_MSG(slot.timeStamp == want.timeStamp && slot.size == 2 && slot.values[0] == want.values[0] &&
+                         slot.values[1] == want.values[1],
+                     "sensor " + std::to_string(h) + " record " + std::to_string(k) + " should be " + Describe(want) +
+                         ", holds time " + std::to_string(slot.timeStamp));
+    }
+  }
+
+  // Every client received exactly what the model delivered, in order.
+  for (size_t c = 0; c < aClients.size(); ++c) {
+    const std::vector<host::ReceivedSample>& got = aClients[c]->Samples();
+    const std::vector<host::ReceivedSample>& want = iExpected[c];
+    for (size_t k = 0; k < got.size() && k < want.size(); ++k) {
+      FUZZ_CHECK_MSG(got[k] == want[k], "client " + std::to_string(c) + " sample " + std::to_string(k) + ": got " +
+                                            Describe(got[k]) + ", expected " + Describe(want[k]));
+    }
+    FUZZ_CHECK_MSG(got.size() == want.size(), "client " + std::to_string(c) + " got " + std::to_string(got.size()) +
+                                                   " samples, expected " + std::to_string(want.size()));
+    aClients[c]->ClearSamples();
+    iExpected[c].clear();
+
+    // The configuration goes to the client the store connects to, once per connection.
+    const auto& configurations = aClients[c]->Configurations();
+    FUZZ_CHECK(configurations.size() == iConfigurations[c]);
+    for (const auto& entries : configurations) {
+      FUZZ_CHECK(entries.size() == 2);
+      for (int h = 0; h < kSensors; ++h) {
+        FUZZ_CHECK(entries[h].sensorType == kTypes[h] && entries[h].sensorParameter == 1 &&
+                   entries[h].samplePeriod == 200 && entries[h].valueCount == 2);
+      }
+    }
+  }
+}
+
+}  // namespace fuzzing

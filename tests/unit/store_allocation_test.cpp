@@ -1,0 +1,455 @@
+// The store's heap: every replay leaves exactly one allocation behind, its snapshot,
+// and nothing else stays allocated by samples, subscriptions or replays; and when an
+// allocation of the store's construction fails, the assertion message is printed and
+// construction goes on, into the missing memory where the next step uses it.
+//
+// The allocations are watched by interposing malloc, calloc, realloc and free in this
+// executable (under AddressSanitizer, whose allocator must stay in place, through its
+// allocation hooks instead; failures cannot be injected there and those tests skip).
+// A failure is injected by size: the first allocation (or the n-th) of exactly the
+// size of the block in question fails.
+#include <gtest/gtest.h>
+#include <stdio.h>
+#include <stdlib.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "CSensorStore.h"
+#include "ExternalSensor.h"
+#include "TestHost.h"
+
+#if defined(__SANITIZE_ADDRESS__)
+#define STORE_ALLOCATION_SANITIZED 1
+#elif defined(__has_feature)
+#if __has_feature(address_sanitizer)
+#define STORE_ALLOCATION_SANITIZED 1
+#endif
+#endif
+
+#ifdef STORE_ALLOCATION_SANITIZED
+#include <sanitizer/allocator_interface.h>
+#endif
+
+namespace {
+
+// Allocations made while watching that are still live, and the injected failure.
+struct TLive {
+  const volatile void* pointer;
+  size_t size;
+};
+const size_t kMaxLive = 4096;
+TLive gLive[kMaxLive];
+size_t gLiveCount = 0;
+bool gWatching = false;
+bool gLiveOverflow = false;
+
+bool gFailArmed = false;
+size_t gFailSize = 0;
+int gFailSkip = 0;
+bool gFailFired = false;
+
+void Allocated(const volatile void* aPointer, size_t aSize) {
+  if (!gWatching || aPointer == nullptr) return;
+  if (gLiveCount == kMaxLive) {
+    gLiveOverflow = true;
+    return;
+  }
+  gLive[gLiveCount++] = {aPointer, aSize};
+}
+
+void Freed(const volatile void* aPointer) {
+  for (size_t i = 0; i < gLiveCount; ++i) {
+    if (gLive[i].pointer == aPointer) {
+      gLive[i] = gLive[--gLiveCount];
+      return;
+    }
+  }
+}
+
+// Whether this allocation is the one to fail.
+[[maybe_unused]] bool ShouldFail(size_t aSize) {
+  if (!gFailArmed || aSize != gFailSize) return false;
+  if (gFailSkip > 0) {
+    --gFailSkip;
+    return false;
+  }
+  gFailArmed = false;
+  gFailFired = true;
+  return true;
+}
+
+}  // namespace
+
+#ifdef STORE_ALLOCATION_SANITIZED
+
+namespace {
+void MallocHook(const volatile void* aPointer, size_t aSize) { Allocated(aPointer, aSize); }
+void FreeHook(const volatile void* aPointer) { Freed(aPointer); }
+[[maybe_unused]] const int kHooksInstalled = __sanitizer_install_malloc_and_free_hooks(MallocHook, FreeHook);
+}  // namespace
+
+#else
+
+extern "C" {
+void* __libc_malloc(size_t aSize);
+void* __libc_calloc(size_t aCount, size_t aSize);
+void* __libc_realloc(void* aPointer, size_t aSize);
+void __libc_free(void* aPointer);
+
+void* malloc(size_t aSize) noexcept {
+  if (ShouldFail(aSize)) return nullptr;
+  void* pointer = __libc_malloc(aSize);
+  Allocated(pointer, aSize);
+  return pointer;
+}
+
+void* calloc(size_t aCount, size_t aSize) noexcept {
+  if (ShouldFail(aCount * aSize)) return nullptr;
+  void* pointer = __libc_calloc(aCount, aSize);
+  Allocated(pointer, aCount * aSize);
+  return pointer;
+}
+
+void* realloc(void* aPointer, size_t aSize) noexcept {
+  void* pointer = __libc_realloc(aPointer, aSize);
+  if (pointer != nullptr) {
+    Freed(aPointer);
+    Allocated(pointer, aSize);
+  }
+  return pointer;
+}
+
+void free(void* aPointer) noexcept {
+  Freed(aPointer);
+  __libc_free(aPointer);
+}
+}
+
+#endif
+
+namespace {
+
+#ifdef STORE_ALLOCATION_SANITIZED
+#define SKIP_WHEN_SANITIZED() GTEST_SKIP() << "AddressSanitizer's allocator cannot be made to fail an allocation"
+// AddressSanitizer keeps an empty block as one byte.
+const size_t kEmptyBlock = 1;
+#else
+#define SKIP_WHEN_SANITIZED() (void)0
+const size_t kEmptyBlock = 0;
+#endif
+
+using Sample = CSensorStore::TSensorData;
+using testing_host::HostTest;
+
+const TiPositioningSensorEntry kGyro = {1, 1, 200, 2};
+const TiPositioningSensorEntry kOdometer = {2, 1, 200, 2};
+// Short enough for the string's own buffer: the store's copy allocates nothing.
+const TFeatureId kFeature = "f";
+
+// A client that keeps count of what it receives without allocating.
+class CCountingClient : public IPositioningSensorMale {
+ public:
+  void _RegisterCallback(IPositioningSensorFemale&) override {}
+  void _UnregisterCallback(IPositioningSensorFemale&) override {}
+  reflection::TErrCode Configuration(IPositioningSensorFemale&, TiPositioningSensorConfiguration&) override {
+    return 0;
+  }
+  reflection::TErrCode SensorData(IPositioningSensorFemale&, TiPositioningSensorType,
+                                  TiPositioningSensorData& aData) override {
+    ++iReceived;
+    iLastTime = aData.timeStamp;
+    return 0;
+  }
+  int iReceived = 0;
+  uint64_t iLastTime = 0;
+};
+
+// What a block of code left allocated.
+std::vector<TLive> LiveAfter(const std::function<void()>& aBody) {
+  gLiveCount = 0;
+  gLiveOverflow = false;
+  gWatching = true;
+  aBody();
+  gWatching = false;
+  EXPECT_FALSE(gLiveOverflow);
+  std::vector<TLive> live(gLive, gLive + gLiveCount);
+  // Forgotten here, so that the leak checker does not find them through this table.
+  for (size_t i = 0; i < gLiveCount; ++i) gLive[i].pointer = nullptr;
+  gLiveCount = 0;
+  return live;
+}
+
+std::vector<size_t> Sizes(const std::vector<TLive>& aLive) {
+  std::vector<size_t> sizes;
+  for (const TLive& live : aLive) sizes.push_back(live.size);
+  return sizes;
+}
+
+// What a child process printed and how it ended.
+struct TChildRun {
+  std::string out;
+  bool finished = false;  // the body returned
+  bool signaled = false;
+  int signal = 0;
+};
+
+// Runs aBody in a child whose standard output, unbuffered, goes into a pipe: its
+// messages are kept even when it crashes.
+TChildRun RunInChild(const std::function<void()>& aBody) {
+  TChildRun run;
+  int fds[2];
+  if (pipe(fds) != 0) return run;
+  fflush(stdout);
+  const pid_t pid = fork();
+  if (pid == 0) {
+    close(fds[0]);
+    dup2(fds[1], STDOUT_FILENO);
+    close(fds[1]);
+    setvbuf(stdout, nullptr, _IONBF, 0);
+    aBody();
+    printf("<finished>");
+    _exit(0);
+  }
+  close(fds[1]);
+  char buffer[1024];
+  ssize_t got;
+  while ((got = read(fds[0], buffer, sizeof buffer)) > 0) run.out.append(buffer, static_cast<size_t>(got));
+  close(fds[0]);
+  int status = 0;
+  waitpid(pid, &status, 0);
+  const std::string finished = "<finished>";
+  const size_t end = run.out.size() >= finished.size() ? run.out.size() - finished.size() : 0;
+  if (run.out.size() >= finished.size() && run.out.compare(end, finished.size(), finished) == 0) {
+    run.finished = true;
+    run.out.erase(run.out.size() - finished.size());
+  }
+  run.signaled = WIFSIGNALED(status);
+  run.signal = run.signaled ? WTERMSIG(status) : 0;
+  return run;
+}
+
+// Fails the allocation of aSize bytes after aSkip others of that size.
+void FailAllocation(size_t aSize, int aSkip = 0) {
+  gFailSize = aSize;
+  gFailSkip = aSkip;
+  gFailFired = false;
+  gFailArmed = true;
+}
+
+// The message of a failed allocation check, whatever form the source path takes.
+::testing::AssertionResult IsAssertion(const std::string& aText, const std::string& aExpression, int aLine) {
+  const std::string head = "\nAssertion failed (" + aExpression + ") in file ";
+  const std::string tail = ", line " + std::to_string(aLine) + "\n";
+  if (aText.size() > head.size() + tail.size() && aText.compare(0, head.size(), head) == 0 &&
+      aText.compare(aText.size() - tail.size(), tail.size(), tail) == 0 &&
+      aText.find('\n', head.size()) == aText.size() - 1)
+    return ::testing::AssertionSuccess();
+  return ::testing::AssertionFailure() << "printed: \"" << aText << "\"";
+}
+
+class StoreAllocationTest : public HostTest {
+ protected:
+  void SetUp() override {
+    HostTest::SetUp();
+    // No record is kept, so that logging leaves nothing allocated.
+    host::CLogFacility::Instance().SetDiscard(true);
+    iEntries[0] = kGyro;
+    iEntries[1] = kOdometer;
+    iConfig.size = 2;
+    iConfig.data = iEntries;
+  }
+  void TearDown() override {
+    gFailArmed = false;
+    gWatching = false;
+    HostTest::TearDown();
+  }
+
+  static void Feed(CSensorStore& aStore, int aCount, uint64_t aFirst = 1000) {
+    for (int k = 0; k < aCount; ++k) {
+      Sample sample = {};
+      sample.timeStamp = aFirst + 200u * static_cast<uint64_t>(k);
+      sample.size = 2;
+      sample.values[0] = static_cast<int16_t>(k);
+      aStore.PutData(0, sample);
+      aStore.PutData(1, sample);
+    }
+  }
+
+  TiPositioningSensorEntry iEntries[2];
+  TiPositioningSensorConfiguration iConfig;
+  CCountingClient iClient;
+};
+
+TEST_F(StoreAllocationTest, SubscriptionThatCompletesTheSetWithReplayLeavesItsNodeAndOneSnapshot) {
+  CSensorStore store(iConfig, kFeature, iBroker, "1");
+  Feed(store, 10);
+  ASSERT_EQ(0, store.Subscribe(iClient, 1, 0));
+  const std::vector<TLive> live = LiveAfter([&] { ASSERT_EQ(0, store.Subscribe(iClient, 2, 1)); });
+  EXPECT_EQ(10, iClient.iReceived);
+  // The list node of the subscription, which the store frees with it, and the snapshot.
+  EXPECT_EQ((std::vector<size_t>{sizeof(CHKNode<CSensorStore::clientRecord>), 10 * sizeof(Sample)}), Sizes(live));
+}
+
+TEST_F(StoreAllocationTest, EachFurtherReplayLeavesExactlyOneAllocationTheSizeOfTheSnapshot) {
+  CSensorStore store(iConfig, kFeature, iBroker, "1");
+  Feed(store, 10);
+  ASSERT_EQ(0, store.Subscribe(iClient, 1, 0));
+  ASSERT_EQ(0, store.Subscribe(iClient, 2, 0));
+  for (int replay = 1; replay <= 3; ++replay) {
+    // A type that matches no sensor adds nothing and replays again.
+    const std::vector<TLive> live = LiveAfter([&] { ASSERT_EQ(0, store.Subscribe(iClient, 99, 1)); });
+    EXPECT_EQ(std::vector<size_t>{10 * sizeof(Sample)}, Sizes(live)) << "replay " << replay;
+    EXPECT_EQ(10 * replay, iClient.iReceived);
+  }
+}
+
+TEST_F(StoreAllocationTest, ReplayOfAFullBufferLeavesOneSnapshotOfOneMinute) {
+  CSensorStore store(iConfig, kFeature, iBroker, "1");
+  Feed(store, 450);
+  ASSERT_EQ(0, store.Subscribe(iClient, 1, 0));
+  ASSERT_EQ(0, store.Subscribe(iClient, 2, 0));
+  const std::vector<TLive> live = LiveAfter([&] { ASSERT_EQ(0, store.Subscribe(iClient, 99, 1)); });
+  EXPECT_EQ(std::vector<size_t>{300 * sizeof(Sample)}, Sizes(live));
+  EXPECT_EQ(300, iClient.iReceived);
+  EXPECT_EQ(1000u + 200u * 449u, iClient.iLastTime);
+}
+
+TEST_F(StoreAllocationTest, ReplayOfAnEmptyBufferStillLeavesOneEmptySnapshot) {
+  CSensorStore store(iConfig, kFeature, iBroker, "1");
+  ASSERT_EQ(0, store.Subscribe(iClient, 1, 0));
+  ASSERT_EQ(0, store.Subscribe(iClient, 2, 0));
+  const std::vector<TLive> live = LiveAfter([&] { ASSERT_EQ(0, store.Subscribe(iClient, 99, 1)); });
+  EXPECT_EQ(std::vector<size_t>{kEmptyBlock}, Sizes(live));
+  EXPECT_EQ(0, iClient.iReceived);
+}
+
+TEST_F(StoreAllocationTest, SamplesDeliveredAndSubscriptionsWithoutReplayLeaveOnlyTheirNodes) {
+  CSensorStore store(iConfig, kFeature, iBroker, "1");
+  Feed(store, 5);
+  std::vector<TLive> live = LiveAfter([&] {
+    ASSERT_EQ(0, store.Subscribe(iClient, 1, 0));
+    ASSERT_EQ(0, store.Subscribe(iClient, 2, 0));
+  });
+  EXPECT_EQ(2u, live.size());
+  live = LiveAfter([&] { Feed(store, 400, 5000); });
+  EXPECT_EQ(800, iClient.iReceived);
+  EXPECT_TRUE(live.empty()) << live.size() << " allocations left by intake and delivery";
+  // A replay that is not asked for takes no snapshot.
+  live = LiveAfter([&] { ASSERT_EQ(0, store.Subscribe(iClient, 99, 0)); });
+  EXPECT_TRUE(live.empty());
+}
+
+// Left allocated for the leak checker: scripts/checks/40-sanitizers.sh runs this test
+// alone and expects LeakSanitizer to match exactly these three blocks to the one
+// suppression of tests/lsan.supp.
+TEST_F(StoreAllocationTest, ThreeReplaysLeaveThreeSnapshots) {
+  CSensorStore* store = CSensorStore::Create(iConfig, kFeature, iBroker, "1");
+  Feed(*store, 10);
+  ASSERT_EQ(0, store->Subscribe(iClient, 1, 0));
+  ASSERT_EQ(0, store->Subscribe(iClient, 2, 0));
+  const std::vector<TLive> live = LiveAfter([&] {
+    for (int replay = 0; replay < 3; ++replay) ASSERT_EQ(0, store->Subscribe(iClient, 99, 1));
+  });
+  EXPECT_EQ((std::vector<size_t>{10 * sizeof(Sample), 10 * sizeof(Sample), 10 * sizeof(Sample)}), Sizes(live));
+  delete store;
+}
+
+// Construction when an allocation fails.
+
+TEST_F(StoreAllocationTest, FirstRingBufferThatCannotBeAllocatedIsReportedAndTheStoreCarriesOn) {
+  SKIP_WHEN_SANITIZED();
+  host::CStdoutCapture capture;
+  FailAllocation(sizeof(CRingBuffer<Sample>));
+  {
+    CSensorStore store(iConfig, kFeature, iBroker, "1");
+    const std::string printed = capture.Stop();
+    ASSERT_TRUE(gFailFired);
+    EXPECT_TRUE(IsAssertion(printed, "iSensorArray[i].buffer != NULL", 39));
+    EXPECT_EQ(nullptr, store.Sensor(0).buffer);
+    ASSERT_NE(nullptr, store.Sensor(1).buffer);
+    // The rest of construction happened: configuration copy, handles, the service.
+    EXPECT_EQ(2, store.PositioningSensorConfig().size);
+    EXPECT_EQ(0, store.GetBufferHandle(1));
+    EXPECT_EQ(1, store.GetBufferHandle(2));
+    ASSERT_EQ(1u, iBroker.CallsOf(host::BrokerCall::Request).size());
+    EXPECT_EQ(1, iBroker.CallsOf(host::BrokerCall::Request)[0].result);
+    // The other sensor stores as usual.
+    Sample sample = {};
+    sample.timeStamp = 4242;
+    sample.size = 2;
+    store.PutData(1, sample);
+    Sample newest = {};
+    EXPECT_EQ(1, store.GetLastSample(2, newest));
+    EXPECT_EQ(4242u, newest.timeStamp);
+  }
+}
+
+TEST_F(StoreAllocationTest, SecondRingBufferThatCannotBeAllocatedIsReportedAndTheFirstStillStores) {
+  SKIP_WHEN_SANITIZED();
+  host::CStdoutCapture capture;
+  FailAllocation(sizeof(CRingBuffer<Sample>), 1);
+  CSensorStore store(iConfig, kFeature, iBroker, "1");
+  ASSERT_TRUE(gFailFired);
+  EXPECT_TRUE(IsAssertion(capture.Stop(), "iSensorArray[i].buffer != NULL", 39));
+  ASSERT_NE(nullptr, store.Sensor(0).buffer);
+  EXPECT_EQ(nullptr, store.Sensor(1).buffer);
+  Sample sample = {};
+  sample.size = 2;
+  for (int k = 0; k < 3; ++k) store.PutData(0, sample);
+  EXPECT_EQ(3, store.Sensor(0).buffer->iCount);
+}
+
+TEST_F(StoreAllocationTest, SensorArrayThatCannotBeAllocatedIsReportedAndTheStoreThenUsesIt) {
+  SKIP_WHEN_SANITIZED();
+  const TChildRun run = RunInChild([&] {
+    FailAllocation(2 * sizeof(CSensorStore::TSensorEntry));
+    CSensorStore store(iConfig, kFeature, iBroker, "1");
+  });
+  // The message comes first; construction carries on into the missing array, which
+  // the process does not survive.
+  EXPECT_TRUE(IsAssertion(run.out, "iSensorArray != NULL", 33));
+  EXPECT_FALSE(run.finished);
+  EXPECT_TRUE(run.signaled);
+}
+
+TEST_F(StoreAllocationTest, ConfigurationCopyThatCannotBeAllocatedIsReportedAndTheStoreThenUsesIt) {
+  SKIP_WHEN_SANITIZED();
+  const TChildRun run = RunInChild([&] {
+    FailAllocation(2 * sizeof(TiPositioningSensorEntry));
+    CSensorStore store(iConfig, kFeature, iBroker, "1");
+  });
+  EXPECT_TRUE(IsAssertion(run.out, "iPosSensorConfig.data != NULL", 45));
+  EXPECT_FALSE(run.finished);
+  EXPECT_TRUE(run.signaled);
+}
+
+TEST_F(StoreAllocationTest, ExternalSourceReportsItsConfigurationBlockAndThenUsesIt) {
+  SKIP_WHEN_SANITIZED();
+  const TChildRun run = RunInChild([&] {
+    // The source's temporary configuration is the first block of two entries.
+    FailAllocation(2 * sizeof(TiPositioningSensorEntry));
+    CExternalSensor sensor(kFeature, iBroker, iEventBroker);
+  });
+  const std::string head = "\nAssertion failed (aConfig.data != NULL) in file ";
+  EXPECT_EQ(0u, run.out.find(head)) << run.out;
+  EXPECT_NE(std::string::npos, run.out.find("ExternalSensor"));
+  EXPECT_EQ(1, std::count(run.out.begin(), run.out.end(), '\n') - 1) << run.out;
+  EXPECT_FALSE(run.finished);
+  EXPECT_TRUE(run.signaled);
+}
+
+TEST_F(StoreAllocationTest, WithoutAFailureTheChildFinishesAndPrintsNothing) {
+  SKIP_WHEN_SANITIZED();
+  // The counterpart of the tests above: the same construction, nothing armed.
+  const TChildRun run = RunInChild([&] { CSensorStore store(iConfig, kFeature, iBroker, "1"); });
+  EXPECT_EQ("", run.out);
+  EXPECT_TRUE(run.finished);
+  EXPECT_FALSE(run.signaled);
+}
+
+}  // namespace

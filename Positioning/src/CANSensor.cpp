@@ -49,16 +49,9 @@ CCANSensor::CCANSensor(const TFeatureId& aFeatureId, IInterfaceBroker& aBroker, 
   }
 
   TiPositioningSensorConfiguration config;
-  config.size = 2;
-  config.data = static_cast<TiPositioningSensorEntry*>(malloc(2 * sizeof(TiPositioningSensorEntry)));
-  config.data[0].sensorType = 1;
-  config.data[0].sensorParameter = 1;
-  config.data[0].samplePeriod = 200;
-  config.data[0].valueCount = 2;
-  config.data[1].sensorType = 2;
-  config.data[1].sensorParameter = 1;
-  config.data[1].samplePeriod = 200;
-  config.data[1].valueCount = 2;
+  config.size = CSensorStore::kFixedSensorCount;
+  config.data = static_cast<TiPositioningSensorEntry*>(malloc(config.size * sizeof(TiPositioningSensorEntry)));
+  CSensorStore::FillFixedConfiguration(config.data);
   iSensorStore = new CSensorStore(config, iFeatureId, iInterfaceBroker, kStoreInstance);
   free(config.data);
 

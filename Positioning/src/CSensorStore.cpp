@@ -61,6 +61,15 @@ inline TiPositioningSensorData MakeOutgoing(const CSensorStore::TSensorData& aDa
 
 }  // namespace
 
+void CSensorStore::FillFixedConfiguration(TiPositioningSensorEntry* aEntries) {
+  for (uint8_t i = 0; i < kFixedSensorCount; ++i) {
+    aEntries[i].sensorType = static_cast<TiPositioningSensorType>(i + 1);
+    aEntries[i].sensorParameter = 1;
+    aEntries[i].samplePeriod = 200;
+    aEntries[i].valueCount = 2;
+  }
+}
+
 CSensorStore* CSensorStore::Create(TiPositioningSensorConfiguration aConfig, const TFeatureId& aFeatureId,
                                    IInterfaceBroker& aBroker, const std::string& aInstanceName) {
   return new CSensorStore(aConfig, aFeatureId, aBroker, aInstanceName);

@@ -38,6 +38,12 @@ class CSensorStore : public CReflectionInterfaceHandler<IPositioningSensorFemale
     CRingBuffer<TSensorData>* buffer;  // owned
   };
 
+  // Number of sensors of the sources' fixed configuration.
+  static const uint8_t kFixedSensorCount = 2;
+  // Fills the sources' fixed configuration: sensor types 1 (gyroscope) and 2
+  // (odometer), parameter 1, a sample every 200 ms, two values each.
+  static void FillFixedConfiguration(TiPositioningSensorEntry* aEntries);
+
   // Allocates and constructs a store; the caller owns it.
   static CSensorStore* Create(TiPositioningSensorConfiguration aConfig, const TFeatureId& aFeatureId,
                               IInterfaceBroker& aBroker, const std::string& aInstanceName);

@@ -91,17 +91,10 @@ CExternalSensor::CExternalSensor(const TFeatureId& aFeatureId, IInterfaceBroker&
   }
 
   TiPositioningSensorConfiguration aConfig;
-  aConfig.size = 2;
-  aConfig.data = static_cast<TiPositioningSensorEntry*>(malloc(2 * sizeof(TiPositioningSensorEntry)));
+  aConfig.size = CSensorStore::kFixedSensorCount;
+  aConfig.data = static_cast<TiPositioningSensorEntry*>(malloc(aConfig.size * sizeof(TiPositioningSensorEntry)));
   if (aConfig.data == NULL) ReportAssertion("aConfig.data != NULL", kFile, __LINE__);
-  aConfig.data[0].sensorType = 1;
-  aConfig.data[0].sensorParameter = 1;
-  aConfig.data[0].samplePeriod = 200;
-  aConfig.data[0].valueCount = 2;
-  aConfig.data[1].sensorType = 2;
-  aConfig.data[1].sensorParameter = 1;
-  aConfig.data[1].samplePeriod = 200;
-  aConfig.data[1].valueCount = 2;
+  CSensorStore::FillFixedConfiguration(aConfig.data);
 
   iSensorStore = CSensorStore::Create(aConfig, iFeatureId, *iInterfaceBroker, kStoreInstance);
   iFirstSensorHandle = static_cast<uint8_t>(iSensorStore->GetBufferHandle(1));

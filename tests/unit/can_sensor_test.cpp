@@ -11,9 +11,14 @@
 #include <vector>
 
 #include "CANSensor.h"
+#include "RecordFormat.h"
 #include "TestHost.h"
 
 namespace {
+
+using testing_host::Brief;
+using testing_host::Describe;
+using testing_host::MessageKinds;
 
 using host::PieceKind;
 using testing_host::HostTest;
@@ -22,16 +27,6 @@ const char kRequestFailed[] = "RequestSharedInterface for IMicroHostSensorMale f
 const char kSensorDataTrace[] =
     "virtual reflection::TErrCode CCANSensor::SensorData(IMicroHostSensorMale&, TPosSensorData&)";
 const char kPutDataTrace[] = "virtual TAny CSensorStore::PutData(TUint8, CSensorStore::TSensorData)";
-
-std::string Brief(const host::LogRecord& aRecord) {
-  return aRecord.CategoryName() + "|" + aRecord.function + "|" + aRecord.Message();
-}
-
-std::vector<PieceKind> MessageKinds(const host::LogRecord& aRecord) {
-  std::vector<PieceKind> kinds;
-  for (size_t i = 1; i + 1 < aRecord.pieces.size(); ++i) kinds.push_back(aRecord.pieces[i].kind);
-  return kinds;
-}
 
 // One ordered account of what the source does toward the brokers and the log.
 class CTimeline : public host::ILogSink {
@@ -91,13 +86,6 @@ class CRecordingEventBroker : public IEventBroker {
   host::CEventBroker& iInner;
   CTimeline& iTimeline;
 };
-
-std::string Describe(const host::EventCall& aCall) {
-  std::string text = (aCall.registering ? "register " : "unregister ") + std::to_string(aCall.eventClass) + "/" +
-                     std::to_string(aCall.eventId) + "/" + std::to_string(aCall.period);
-  if (aCall.registering) text += "/" + std::to_string(aCall.repeat);
-  return text;
-}
 
 struct DeleteSensor {
   void operator()(CCANSensor* aSensor) const { delete static_cast<ISensor*>(aSensor); }

@@ -11,9 +11,14 @@
 
 #include "CANSensor.h"
 #include "MainUnitSync.h"
+#include "RecordFormat.h"
 #include "TestHost.h"
 
 namespace {
+
+using testing_host::Brief;
+using testing_host::Describe;
+using testing_host::MessageKinds;
 
 using host::PieceKind;
 using testing_host::HostTest;
@@ -21,24 +26,6 @@ using testing_host::HostTest;
 const char kMainUnitKickTrace[] = "virtual TBool CMainUnitSync::KickSyncTime()";
 const char kBaseKickTrace[] = "virtual TBool CSyncTime::KickSyncTime()";
 const uint32_t kClkSync = 7;
-
-std::string Brief(const host::LogRecord& aRecord) {
-  return aRecord.CategoryName() + "|" + aRecord.function + "|" + aRecord.Message();
-}
-
-std::string Describe(const host::EventCall& aCall) {
-  std::string text = (aCall.registering ? "register " : "unregister ") + std::to_string(aCall.eventClass) + "/" +
-                     std::to_string(aCall.eventId) + "/" + std::to_string(aCall.period);
-  if (aCall.registering) text += "/" + std::to_string(aCall.repeat);
-  return text;
-}
-
-// Kinds of the pieces between the framing brackets.
-std::vector<PieceKind> MessageKinds(const host::LogRecord& aRecord) {
-  std::vector<PieceKind> kinds;
-  for (size_t i = 1; i + 1 < aRecord.pieces.size(); ++i) kinds.push_back(aRecord.pieces[i].kind);
-  return kinds;
-}
 
 // "7=1": pin and level of a SetPin call.
 std::string Describe(const host::PinChange& aChange) {

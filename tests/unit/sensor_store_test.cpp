@@ -11,9 +11,12 @@
 #include <vector>
 
 #include "CSensorStore.h"
+#include "RecordFormat.h"
 #include "TestHost.h"
 
 namespace {
+
+using testing_host::TypedSummary;
 
 using Sample = CSensorStore::TSensorData;
 
@@ -41,26 +44,6 @@ Sample MakeSample(int aNumber, uint8_t aSize = 2) {
   return failure;
 }
 
-// A record as "Category line function: message", each typed piece as <kind:value>.
-std::string Summary(const host::LogRecord& aRecord) {
-  std::string message;
-  for (size_t i = 1; i + 1 < aRecord.pieces.size(); ++i) {
-    const host::LogPiece& piece = aRecord.pieces[i];
-    switch (piece.kind) {
-      case host::PieceKind::Text: message += piece.text; break;
-      case host::PieceKind::Bool: message += "<bool:" + piece.Render() + ">"; break;
-      case host::PieceKind::U8: message += "<u8:" + piece.Render() + ">"; break;
-      case host::PieceKind::I16: message += "<i16:" + piece.Render() + ">"; break;
-      case host::PieceKind::U16: message += "<u16:" + piece.Render() + ">"; break;
-      case host::PieceKind::I32: message += "<i32:" + piece.Render() + ">"; break;
-      case host::PieceKind::U32: message += "<u32:" + piece.Render() + ">"; break;
-      case host::PieceKind::I64: message += "<i64:" + piece.Render() + ">"; break;
-      case host::PieceKind::Pointer: message += "<ptr>"; break;
-    }
-  }
-  return aRecord.CategoryName() + " " + std::to_string(aRecord.line) + " " + aRecord.function + ": " + message;
-}
-
 class SensorStoreTest : public testing_host::HostTest {
  protected:
   std::unique_ptr<CSensorStore> MakeStore(std::vector<TiPositioningSensorEntry> aEntries,
@@ -85,7 +68,7 @@ class SensorStoreTest : public testing_host::HostTest {
       }
       EXPECT_EQ("\n", record.lineEnd);
       EXPECT_TRUE(record.closed);
-      summaries.push_back(Summary(record));
+      summaries.push_back(TypedSummary(record));
     }
     return summaries;
   }

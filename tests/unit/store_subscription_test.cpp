@@ -11,9 +11,12 @@
 #include <vector>
 
 #include "CSensorStore.h"
+#include "RecordFormat.h"
 #include "TestHost.h"
 
 namespace {
+
+using testing_host::TypedSummary;
 
 using Sample = CSensorStore::TSensorData;
 
@@ -66,26 +69,6 @@ std::vector<host::ReceivedSample> ReceivedRange(TiPositioningSensorType aType, i
   return samples;
 }
 
-// A record as "Category line function: message", each typed piece as <kind:value>.
-std::string Summary(const host::LogRecord& aRecord) {
-  std::string message;
-  for (size_t i = 1; i + 1 < aRecord.pieces.size(); ++i) {
-    const host::LogPiece& piece = aRecord.pieces[i];
-    switch (piece.kind) {
-      case host::PieceKind::Text: message += piece.text; break;
-      case host::PieceKind::Bool: message += "<bool:" + piece.Render() + ">"; break;
-      case host::PieceKind::U8: message += "<u8:" + piece.Render() + ">"; break;
-      case host::PieceKind::I16: message += "<i16:" + piece.Render() + ">"; break;
-      case host::PieceKind::U16: message += "<u16:" + piece.Render() + ">"; break;
-      case host::PieceKind::I32: message += "<i32:" + piece.Render() + ">"; break;
-      case host::PieceKind::U32: message += "<u32:" + piece.Render() + ">"; break;
-      case host::PieceKind::I64: message += "<i64:" + piece.Render() + ">"; break;
-      case host::PieceKind::Pointer: message += "<ptr>"; break;
-    }
-  }
-  return aRecord.CategoryName() + " " + std::to_string(aRecord.line) + " " + aRecord.function + ": " + message;
-}
-
 // The client lists' contents, head first.
 std::vector<const IPositioningSensorMale*> Clients(const CSensorStore& aStore, int aHandle) {
   std::vector<const IPositioningSensorMale*> clients;
@@ -135,7 +118,7 @@ class StoreSubscriptionTest : public testing_host::HostTest {
       }
       EXPECT_EQ("\n", record.lineEnd);
       EXPECT_TRUE(record.closed);
-      if (record.function != kPutData) summaries.push_back(Summary(record));
+      if (record.function != kPutData) summaries.push_back(TypedSummary(record));
     }
     return summaries;
   }

@@ -8,9 +8,14 @@
 #include <vector>
 
 #include "SyncTime.h"
+#include "RecordFormat.h"
 #include "TestHost.h"
 
 namespace {
+
+using testing_host::Brief;
+using testing_host::Describe;
+using testing_host::MessageKinds;
 
 using host::PieceKind;
 using testing_host::HostTest;
@@ -18,27 +23,6 @@ using testing_host::HostTest;
 const char kSetMeasuredTimeTrace[] = "virtual TAny CSyncTime::SetMeasuredTime(txdr_uint32)";
 const char kKickTrace[] = "virtual TBool CSyncTime::KickSyncTime()";
 const char kOnEventTrace[] = "virtual void CSyncTime::OnEvent(const TEvent&)";
-
-// "Info|SetEventBroker|SetEventBroker": category, function text and message.
-std::string Brief(const host::LogRecord& aRecord) {
-  return aRecord.CategoryName() + "|" + aRecord.function + "|" + aRecord.Message();
-}
-
-// Kinds of the pieces between the framing brackets.
-std::vector<PieceKind> MessageKinds(const host::LogRecord& aRecord) {
-  std::vector<PieceKind> kinds;
-  for (size_t i = 1; i + 1 < aRecord.pieces.size(); ++i) kinds.push_back(aRecord.pieces[i].kind);
-  return kinds;
-}
-
-// "register 0/10/1000/1" or "unregister 0/10/0" (the repeat word of an
-// unregistration is not filled in, so it is not shown).
-std::string Describe(const host::EventCall& aCall) {
-  std::string text = (aCall.registering ? "register " : "unregister ") + std::to_string(aCall.eventClass) + "/" +
-                     std::to_string(aCall.eventId) + "/" + std::to_string(aCall.period);
-  if (aCall.registering) text += "/" + std::to_string(aCall.repeat);
-  return text;
-}
 
 // A time base whose kick is counted instead of run.
 class CCountingSyncTime : public CSyncTime {

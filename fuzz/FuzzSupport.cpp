@@ -187,4 +187,26 @@ void CStoreModel::Check(const CSensorStore& aStore, std::vector<std::unique_ptr<
   }
 }
 
+void AttachClient(CStoreModel& aModel, host::CInterfaceBroker& aBroker, host::CPositioningClient& aClient,
+                  size_t aIndex) {
+  if (aModel.IsAttached(aIndex)) return;
+  FUZZ_CHECK(aClient.Attach(aBroker) == 1);
+  aModel.Attached(aIndex);
+  FUZZ_CHECK(aClient.IsConnected());
+}
+
+void SubscribeClient(CStoreModel& aModel, host::CPositioningClient& aClient, size_t aIndex,
+                     TiPositioningSensorType aType, txdr_bool aFlag) {
+  const reflection::TErrCode expected = aModel.Subscribe(aIndex, aType, aFlag);
+  FUZZ_CHECK(aClient.Subscribe(aType, aFlag) == expected);
+}
+
+void DetachClient(CStoreModel& aModel, host::CInterfaceBroker& aBroker, host::CPositioningClient& aClient,
+                  size_t aIndex) {
+  if (!aModel.IsAttached(aIndex)) return;
+  FUZZ_CHECK(aClient.Detach(aBroker) == 1);
+  aModel.Detached(aIndex);
+  FUZZ_CHECK(!aClient.IsConnected());
+}
+
 }  // namespace fuzzing

@@ -118,6 +118,16 @@ class CStoreModel {
   uint64_t iReplays = 0;
 };
 
+// The client steps both stream targets take, each checked against the model. Every
+// attached client is connected, through the store's handler or its own end.
+// Attaching an attached client, or detaching a detached one, does nothing.
+void AttachClient(CStoreModel& aModel, host::CInterfaceBroker& aBroker, host::CPositioningClient& aClient,
+                  size_t aIndex);
+void SubscribeClient(CStoreModel& aModel, host::CPositioningClient& aClient, size_t aIndex,
+                     TiPositioningSensorType aType, txdr_bool aFlag);
+void DetachClient(CStoreModel& aModel, host::CInterfaceBroker& aBroker, host::CPositioningClient& aClient,
+                  size_t aIndex);
+
 }  // namespace fuzzing
 
 #endif  // FUZZ_FUZZ_SUPPORT_H

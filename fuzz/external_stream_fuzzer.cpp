@@ -265,24 +265,19 @@ class CExternalRun {
         break;
       case EAttachClient: {
         const size_t c = Client();
-        if (iModel->IsAttached(c)) break;
-        FUZZ_CHECK(iClients[c]->Attach(iBroker) == 1);
-        iModel->Attached(c);
+        fuzzing::AttachClient(*iModel, iBroker, *iClients[c], c);
         break;
       }
       case ESubscribe: {
         const size_t c = Client();
         const TiPositioningSensorType type = iInput.U16();
         const txdr_bool flag = iInput.I32();
-        const reflection::TErrCode expected = iModel->Subscribe(c, type, flag);
-        FUZZ_CHECK(iClients[c]->Subscribe(type, flag) == expected);
+        fuzzing::SubscribeClient(*iModel, *iClients[c], c, type, flag);
         break;
       }
       case EDetachClient: {
         const size_t c = Client();
-        if (!iModel->IsAttached(c)) break;
-        FUZZ_CHECK(iClients[c]->Detach(iBroker) == 1);
-        iModel->Detached(c);
+        fuzzing::DetachClient(*iModel, iBroker, *iClients[c], c);
         break;
       }
       case EAdvance:

@@ -2,6 +2,7 @@
 
 #include <stdlib.h>
 
+#include "ContractConstants.h"
 #include "CSensorStore.h"
 
 namespace bench {
@@ -9,7 +10,6 @@ namespace bench {
 namespace {
 
 const uint64_t kLocalStart = 100000;  // the unit has been up a while when the feature comes
-const TInterfaceIdentity kPositioningIdentity = {34, 0};
 
 }  // namespace
 
@@ -56,7 +56,7 @@ const char* SourceName(Source aSource) { return aSource == Source::Can ? "CAN" :
 CLeanClient::CLeanClient(const std::string& aInstance) : iInstance(aInstance) {}
 
 TBool CLeanClient::Attach(host::CInterfaceBroker& aBroker) {
-  return aBroker.AttachPeer(iInstance, kPositioningIdentity, this);
+  return aBroker.AttachPeer(iInstance, contract::kPositioningIdentity, this);
 }
 
 reflection::TErrCode CLeanClient::Subscribe(TiPositioningSensorType aType, txdr_bool aRequestBufferedData) {
@@ -156,7 +156,7 @@ void CBench::ResetBroker() {
 
 void CBench::Configure() {
   if (iSource != Source::External) return;
-  iExternal.SendConfiguration({TiPositioningSensorEntry{kCombinedRecord, 1, kRecordPeriod, 4}});
+  iExternal.SendConfiguration({TiPositioningSensorEntry{contract::kCombinedRecord, 1, kRecordPeriod, 4}});
   // The clock-sync service's time for the kick made when it became available.
   iClockSync.SendTimeStampReport(kPeerStart);
 }

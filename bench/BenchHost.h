@@ -10,6 +10,7 @@
 #include <memory>
 #include <string>
 
+#include "ContractConstants.h"
 #include "Host.h"
 
 class CSensorStore;
@@ -124,7 +125,7 @@ class CBench {
   }
   void SendExternalRecord() {
     iExternalRecord.timeStamp += kRecordPeriod;
-    iExternalPeer->SensorData(iExternal, kCombinedRecord, iExternalRecord);
+    iExternalPeer->SensorData(iExternal, contract::kCombinedRecord, iExternalRecord);
   }
 
   // The two ends of each source's connection and the record it sends, for callers that
@@ -144,7 +145,6 @@ class CBench {
 
   static constexpr uint32_t kPeerStart = 97500;  // the service's clock runs 2.5 s behind
   static constexpr uint32_t kRecordPeriod = 200;
-  static constexpr TiPositioningSensorType kCombinedRecord = 0x8000;
 
   Source iSource;
   std::unique_ptr<CLoggerSetup> iLog;

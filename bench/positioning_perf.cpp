@@ -22,6 +22,7 @@
 #include <string>
 
 #include "BenchHost.h"
+#include "ContractConstants.h"
 #include "CSensorStore.h"
 
 extern "C" {
@@ -35,7 +36,7 @@ __attribute__((noinline)) reflection::TErrCode PerfOpCanRecord(IMicroHostSensorF
 __attribute__((noinline)) reflection::TErrCode PerfOpExternalRecord(IHalvikPositioningSensorMale* aModule,
                                                                     IHalvikPositioningSensorFemale* aService,
                                                                     TiPositioningSensorData* aRecord) {
-  return aModule->SensorData(*aService, 0x8000, *aRecord);
+  return aModule->SensorData(*aService, contract::kCombinedRecord, *aRecord);
 }
 
 __attribute__((noinline)) void PerfOpPutData(CSensorStore* aStore, const CSensorStore::TSensorData* aSample) {

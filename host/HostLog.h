@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "ContractConstants.h"
 #include "Logging.h"
 
 namespace host {
@@ -62,7 +63,7 @@ class ILogSink {
 class CTextLogSink : public ILogSink {
  public:
   // aFile stays the caller's.
-  CTextLogSink(FILE* aFile, uint32_t aCategoryMask = 0xFFFFFFFFu);
+  CTextLogSink(FILE* aFile, uint32_t aCategoryMask = contract::kLogMaskAll);
   void OnRecord(const LogRecord& aRecord) override;
 
  private:

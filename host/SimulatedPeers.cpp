@@ -1,15 +1,11 @@
 #include "SimulatedPeers.h"
 
+#include "ContractConstants.h"
+
 namespace host {
 
-namespace {
-const TInterfaceIdentity kMicroHostIdentity = {0x0038, 0};
-const TInterfaceIdentity kExternalIdentity = {0x8022, 1};
-const TInterfaceIdentity kClockSyncIdentity = {0x8062, 1};
-const TInterfaceIdentity kPositioningIdentity = {34, 0};
-}  // namespace
-
-CMicroHostSensorService::CMicroHostSensorService() : CPeerEnd("0", kMicroHostIdentity) {}
+CMicroHostSensorService::CMicroHostSensorService()
+    : CPeerEnd(contract::kServiceInstance, contract::kMicroHostSensorIdentity) {}
 
 reflection::TErrCode CMicroHostSensorService::SendSensorData(const TPosSensorData& aRecord) {
   if (iPeer == nullptr) return kNotConnected;
@@ -34,7 +30,8 @@ reflection::TErrCode CMicroHostSensorService::SendIdentification() {
   return iPeer->Identification(*this, list);
 }
 
-CExternalPositioningService::CExternalPositioningService() : CPeerEnd("0", kExternalIdentity) {}
+CExternalPositioningService::CExternalPositioningService()
+    : CPeerEnd(contract::kServiceInstance, contract::kExternalSensorIdentity) {}
 
 reflection::TErrCode CExternalPositioningService::SendConfiguration(
     const std::vector<TiPositioningSensorEntry>& aEntries) {
@@ -68,7 +65,8 @@ reflection::TErrCode CExternalPositioningService::Subscribe(IHalvikPositioningSe
   return iSubscribeResult;
 }
 
-CClockSyncService::CClockSyncService() : CPeerEnd("0", kClockSyncIdentity) {}
+CClockSyncService::CClockSyncService()
+    : CPeerEnd(contract::kServiceInstance, contract::kClockSyncIdentity) {}
 
 reflection::TErrCode CClockSyncService::SendTimeStampReport(unsigned int aTimeStamp) {
   if (iPeer == nullptr) return kNotConnected;
@@ -76,7 +74,7 @@ reflection::TErrCode CClockSyncService::SendTimeStampReport(unsigned int aTimeSt
 }
 
 CPositioningClient::CPositioningClient(const std::string& aInstance, const std::string& aName)
-    : CPeerEnd(aInstance, kPositioningIdentity), iName(aName) {}
+    : CPeerEnd(aInstance, contract::kPositioningIdentity), iName(aName) {}
 
 reflection::TErrCode CPositioningClient::Subscribe(TiPositioningSensorType aType, txdr_bool aRequestBufferedData) {
   if (iPeer == nullptr) return kNotConnected;

@@ -3,6 +3,7 @@
 // replay, and the order of tear-down.
 #include <gtest/gtest.h>
 
+#include "ContractConstants.h"
 #include "TestHost.h"
 
 namespace {
@@ -198,10 +199,10 @@ TEST_F(CanDriveTest, DestructionRevokesTheServiceThenTheStoreThenStopsTheTimer) 
   ASSERT_EQ(2u, calls.size());
   EXPECT_EQ(BrokerCall::Revoke, calls[0].kind);
   EXPECT_EQ("0", calls[0].instance);
-  EXPECT_EQ(0x38, calls[0].identifier);
+  EXPECT_EQ(contract::kMicroHostSensorIdentity.identifier, calls[0].identifier);
   EXPECT_EQ(BrokerCall::Revoke, calls[1].kind);
   EXPECT_EQ("1", calls[1].instance);
-  EXPECT_EQ(34, calls[1].identifier);
+  EXPECT_EQ(contract::kPositioningIdentity.identifier, calls[1].identifier);
   ASSERT_EQ(eventCallsBefore + 1, iEventBroker.Calls().size());
   EXPECT_FALSE(iEventBroker.Calls().back().registering);
   EXPECT_FALSE(iService.IsConnected());

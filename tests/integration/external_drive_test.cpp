@@ -3,6 +3,7 @@
 // reaching clients in synchronised time, and the order of tear-down.
 #include <gtest/gtest.h>
 
+#include "ContractConstants.h"
 #include "TestHost.h"
 
 namespace {
@@ -11,7 +12,7 @@ using host::BrokerCall;
 using host::ReceivedSample;
 using testing_host::HostTest;
 
-const TiPositioningSensorType kCombined = 0x8000;
+const TiPositioningSensorType kCombined = contract::kCombinedRecord;
 
 class ExternalDriveTest : public HostTest {
  protected:
@@ -156,9 +157,9 @@ TEST_F(ExternalDriveTest, DestructionRevokesClockSyncThenExternalServiceThenTheS
   iFeature = nullptr;
   std::vector<BrokerCall> calls(iBroker.Calls().begin() + callsBefore, iBroker.Calls().end());
   ASSERT_EQ(3u, calls.size());
-  EXPECT_EQ(0x8062, calls[0].identifier);
-  EXPECT_EQ(0x8022, calls[1].identifier);
-  EXPECT_EQ(34, calls[2].identifier);
+  EXPECT_EQ(contract::kClockSyncIdentity.identifier, calls[0].identifier);
+  EXPECT_EQ(contract::kExternalSensorIdentity.identifier, calls[1].identifier);
+  EXPECT_EQ(contract::kPositioningIdentity.identifier, calls[2].identifier);
   EXPECT_EQ("2", calls[2].instance);
   for (const BrokerCall& call : calls) EXPECT_EQ(BrokerCall::Revoke, call.kind);
   EXPECT_FALSE(iClockSync.IsConnected());

@@ -8,6 +8,7 @@
 #include <utility>
 #include <vector>
 
+#include "ContractConstants.h"
 #include "TestHost.h"
 
 namespace {
@@ -16,7 +17,7 @@ using host::BrokerCall;
 using host::ReceivedSample;
 using testing_host::HostTest;
 
-const TiPositioningSensorType kCombined = 0x8000;
+const TiPositioningSensorType kCombined = contract::kCombinedRecord;
 
 // The record a failed broker call must leave: function text and message.
 typedef std::pair<std::string, std::string> TFailureRecord;
@@ -24,16 +25,16 @@ typedef std::pair<std::string, std::string> TFailureRecord;
 TFailureRecord ExpectedFailure(const BrokerCall& aCall) {
   const bool revoke = aCall.kind == BrokerCall::Revoke;
   switch (aCall.identifier) {
-    case 0x38:
+    case contract::kMicroHostSensorIdentity.identifier:
       // The CAN source's revoke reuses its request's text.
       return {revoke ? "~CCANSensor" : "CCANSensor", "RequestSharedInterface for IMicroHostSensorMale failed"};
-    case 34:
+    case contract::kPositioningIdentity.identifier:
       return revoke ? TFailureRecord("~CSensorStore", "RevokeInterface interface for IPositioningSensorMale failed")
                     : TFailureRecord("CSensorStore", "RequestInterface for IPositioningSensorMale failed");
-    case 0x8062:
+    case contract::kClockSyncIdentity.identifier:
       return revoke ? TFailureRecord("~CExternalSensor", "Failed to revoke IArdenClockSyncFemale instance")
                     : TFailureRecord("CExternalSensor", "Failed to request IArdenClockSyncFemale instance");
-    case 0x8022:
+    case contract::kExternalSensorIdentity.identifier:
       return revoke ? TFailureRecord("~CExternalSensor", "Failed to revoke IHalvikPositioningFemale instance")
                     : TFailureRecord("CExternalSensor", "Failed to request IHalvikPositioningFemale instance");
   }

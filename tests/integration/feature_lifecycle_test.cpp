@@ -2,6 +2,7 @@
 // kind of "diversity" value.
 #include <gtest/gtest.h>
 
+#include "ContractConstants.h"
 #include "TestHost.h"
 
 namespace {
@@ -31,8 +32,8 @@ class FeatureLifecycleTest : public HostTest {
 };
 
 TEST_F(FeatureLifecycleTest, FeatureTypeAnswersPositioningEveryTime) {
-  EXPECT_STREQ("positioning", iLoader.FeatureType());
-  EXPECT_STREQ("positioning", iLoader.FeatureType());
+  EXPECT_STREQ(contract::kFeatureType, iLoader.FeatureType());
+  EXPECT_STREQ(contract::kFeatureType, iLoader.FeatureType());
 }
 
 TEST_F(FeatureLifecycleTest, WithoutDiversityTheFeatureRequestsTheMicroHostServiceAndOffersInstanceOne) {

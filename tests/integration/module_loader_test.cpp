@@ -2,6 +2,7 @@
 // or does not export the entry points.
 #include <gtest/gtest.h>
 
+#include "ContractConstants.h"
 #include "TestHost.h"
 
 namespace {
@@ -24,7 +25,7 @@ TEST(ModuleLoaderTest, LibraryWithoutEntryPointsIsRefused) {
 TEST(ModuleLoaderTest, TheModuleLoadsAndUnloads) {
   host::CModuleLoader loader;
   ASSERT_TRUE(loader.Load(testing_host::ModulePath())) << loader.Error();
-  EXPECT_STREQ("positioning", loader.FeatureType());
+  EXPECT_STREQ(contract::kFeatureType, loader.FeatureType());
   loader.Unload();
   EXPECT_FALSE(loader.IsLoaded());
 }

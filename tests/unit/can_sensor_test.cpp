@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "CANSensor.h"
+#include "ContractConstants.h"
 #include "RecordFormat.h"
 #include "TestHost.h"
 
@@ -157,7 +158,7 @@ TEST_F(CanSensorTest, ConstructorRequestsTheMicroHostServiceSharedWithTheHandler
   EXPECT_EQ(host::BrokerCall::RequestShared, call.kind);
   EXPECT_EQ(iFeatureId, call.feature);
   EXPECT_EQ("0", call.instance);
-  EXPECT_EQ(0x38, call.identifier);
+  EXPECT_EQ(contract::kMicroHostSensorIdentity.identifier, call.identifier);
   EXPECT_EQ(0u, call.qualifier);
   EXPECT_EQ(HandlerOf(sensor.get()), call.handler);
 }
@@ -169,7 +170,7 @@ TEST_F(CanSensorTest, ConstructorCreatesTheStoreUnderInstanceOne) {
   EXPECT_EQ(host::BrokerCall::Request, call.kind);
   EXPECT_EQ(iFeatureId, call.feature);
   EXPECT_EQ("1", call.instance);
-  EXPECT_EQ(34, call.identifier);
+  EXPECT_EQ(contract::kPositioningIdentity.identifier, call.identifier);
   EXPECT_EQ(0u, call.qualifier);
   EXPECT_EQ(static_cast<IReflectionInterface*>(sensor->SensorStore()), call.handler);
   EXPECT_EQ("1", sensor->SensorStore()->InstanceName());
@@ -256,7 +257,7 @@ TEST_F(CanSensorTest, DestructorRevokesWithTheSameArgumentsAsTheRequest) {
   ASSERT_EQ(2u, revokes.size());
   EXPECT_EQ(iFeatureId, revokes[0].feature);
   EXPECT_EQ("0", revokes[0].instance);
-  EXPECT_EQ(0x38, revokes[0].identifier);
+  EXPECT_EQ(contract::kMicroHostSensorIdentity.identifier, revokes[0].identifier);
   EXPECT_EQ(0u, revokes[0].qualifier);
   EXPECT_EQ(handler, revokes[0].handler);
   EXPECT_EQ(1, revokes[0].result);

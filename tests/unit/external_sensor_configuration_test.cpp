@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "ContractConstants.h"
 #include "ExternalSensor.h"
 #include "TestHost.h"
 
@@ -107,7 +108,7 @@ TEST_F(ExternalSensorConfigurationTest, ConfigurationLogsTheSizeThenIndexAndType
 TEST_F(ExternalSensorConfigurationTest, TheSizeIsAnUnsigned8BitNumberTheIndexA32BitIntegerAndTheTypeUnsigned16Bit) {
   iService.Attach(iBroker);
   ClearRecords();
-  iService.SendConfiguration({Entry(0x8000)});
+  iService.SendConfiguration({Entry(contract::kCombinedRecord)});
   const std::vector<host::LogRecord> records = ConfigurationRecords();
   ASSERT_EQ(5u, records.size());
   const auto expectPieces = [](const host::LogRecord& aRecord, const char* aText, PieceKind aKind, int64_t aNumber) {
@@ -122,14 +123,14 @@ TEST_F(ExternalSensorConfigurationTest, TheSizeIsAnUnsigned8BitNumberTheIndexA32
   };
   expectPieces(records[1], kSizeText, PieceKind::U8, 1);
   expectPieces(records[2], kIndexText, PieceKind::I32, 0);
-  expectPieces(records[3], kTypeText, PieceKind::U16, 0x8000);
+  expectPieces(records[3], kTypeText, PieceKind::U16, contract::kCombinedRecord);
 }
 
 TEST_F(ExternalSensorConfigurationTest, ConfigurationSubscribesToTheCombinedRecordWithTheFlagSet) {
   iService.Attach(iBroker);
   iService.SendConfiguration({Entry(1), Entry(2)});
   ASSERT_EQ(1u, iService.Subscriptions().size());
-  EXPECT_EQ(0x8000, iService.Subscriptions()[0].type);
+  EXPECT_EQ(contract::kCombinedRecord, iService.Subscriptions()[0].type);
   EXPECT_EQ(1, iService.Subscriptions()[0].flag);
 }
 
@@ -201,7 +202,7 @@ TEST_F(ExternalSensorConfigurationTest, TheSubscriptionGoesToTheServiceOfTheAvai
   EXPECT_EQ(0, iSensor->Configuration(other, config));
   EXPECT_TRUE(other.Subscriptions().empty());
   ASSERT_EQ(1u, iService.Subscriptions().size());
-  EXPECT_EQ(0x8000, iService.Subscriptions()[0].type);
+  EXPECT_EQ(contract::kCombinedRecord, iService.Subscriptions()[0].type);
 }
 
 TEST_F(ExternalSensorConfigurationTest, AfterTheServiceWentAwayConfigurationNoLongerSubscribes) {
@@ -244,7 +245,7 @@ TEST_F(ExternalSensorConfigurationTest, TwoHundredFiftyFiveEntriesAreLoggedWithI
 TEST_F(ExternalSensorConfigurationTest, AnnouncedTypesOtherThanOneAndTwoLeaveTheStoreAsItWas) {
   iService.Attach(iBroker);
   CSensorStore* store = iSensor->SensorStore();
-  iService.SendConfiguration({Entry(5), Entry(0x8000), Entry(2), Entry(7)});
+  iService.SendConfiguration({Entry(5), Entry(contract::kCombinedRecord), Entry(2), Entry(7)});
 
   EXPECT_EQ(store, iSensor->SensorStore());
   ASSERT_EQ(2, store->SensorCount());
@@ -258,16 +259,16 @@ TEST_F(ExternalSensorConfigurationTest, AnnouncedTypesOtherThanOneAndTwoLeaveThe
     EXPECT_EQ(2, config.data[i].valueCount);
   }
   EXPECT_EQ(-1, store->GetBufferHandle(5));
-  EXPECT_EQ(-1, store->GetBufferHandle(0x8000));
+  EXPECT_EQ(-1, store->GetBufferHandle(contract::kCombinedRecord));
   EXPECT_EQ(0, iSensor->FirstSensorHandle());
   EXPECT_EQ(1, iSensor->SecondSensorHandle());
   ASSERT_EQ(1u, iService.Subscriptions().size());
-  EXPECT_EQ(0x8000, iService.Subscriptions()[0].type);
+  EXPECT_EQ(contract::kCombinedRecord, iService.Subscriptions()[0].type);
 }
 
 TEST_F(ExternalSensorConfigurationTest, ConfigurationChangesNoStateOfTheSensor) {
   iService.Attach(iBroker);
-  iService.SendSensorData(0x8000, 1500, {1, 2, 3, 4});
+  iService.SendSensorData(contract::kCombinedRecord, 1500, {1, 2, 3, 4});
   iService.SendConfiguration({Entry(1), Entry(2)});
   EXPECT_EQ(1, iSensor->PositioningSensorAvailable());
   EXPECT_EQ(static_cast<IHalvikPositioningSensorFemale*>(&iService), iSensor->PositioningSensor());

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "ContractConstants.h"
 #include "ExternalSensor.h"
 #include "TestHost.h"
 
@@ -22,7 +23,7 @@ using host::PieceKind;
 using host::ReceivedSample;
 using testing_host::HostTest;
 
-const TiPositioningSensorType kCombined = 0x8000;
+const TiPositioningSensorType kCombined = contract::kCombinedRecord;
 const char kPutDataTrace[] = "virtual TAny CSensorStore::PutData(TUint8, CSensorStore::TSensorData)";
 const char kUnknownType[] = "Unknown positioning sensor type!";
 const uint64_t k2To32 = 0x100000000ull;
@@ -109,7 +110,7 @@ TEST_F(ExternalSensorDataTest, TheInfoRecordCarriesTypeValuesAndTimeStampInTheir
     const char* text;
   };
   const std::vector<Piece> expected = {
-      {PieceKind::Text, 0, "("},          {PieceKind::Text, 0, ", "}, {PieceKind::U16, 0x8000, nullptr},
+      {PieceKind::Text, 0, "("},          {PieceKind::Text, 0, ", "}, {PieceKind::U16, kCombined, nullptr},
       {PieceKind::Text, 0, ", "},         {PieceKind::U32, 4294967291, nullptr},
       {PieceKind::Text, 0, ", "},         {PieceKind::U32, 300, nullptr},
       {PieceKind::Text, 0, ", "},         {PieceKind::U32, 4294934528, nullptr},

@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "ContractConstants.h"
 #include "ExternalSensor.h"
 #include "MainUnitSync.h"
 #include "TestHost.h"
@@ -70,7 +71,7 @@ class CEagerPositioningService : public CExternalPositioningService {
   explicit CEagerPositioningService(uint64_t aTimeStamp) : iTimeStamp(aTimeStamp) {}
 
  protected:
-  void OnAvailable(IHalvikPositioningSensorMale&) override { SendSensorData(0x8000, iTimeStamp, {}); }
+  void OnAvailable(IHalvikPositioningSensorMale&) override { SendSensorData(contract::kCombinedRecord, iTimeStamp, {}); }
 
  private:
   uint64_t iTimeStamp;
@@ -430,8 +431,8 @@ TEST_F(ExternalSensorLifecycleTest, PositioningSensorUnavailabilityForgetsTheSer
 TEST_F(ExternalSensorLifecycleTest, PositioningSensorUnavailabilityLeavesTheStoreAndItsSamplesUntouched) {
   CExternalSensor& sensor = Create();
   iPositioning.Attach(iBroker);
-  iPositioning.SendSensorData(0x8000, 1000, {11, 12, 13, 14});
-  iPositioning.SendSensorData(0x8000, 1200, {21, 22, 23, 24});
+  iPositioning.SendSensorData(contract::kCombinedRecord, 1000, {11, 12, 13, 14});
+  iPositioning.SendSensorData(contract::kCombinedRecord, 1200, {21, 22, 23, 24});
   CSensorStore* store = sensor.SensorStore();
   iPositioning.Detach(iBroker);
 
@@ -447,7 +448,7 @@ TEST_F(ExternalSensorLifecycleTest, PositioningSensorUnavailabilityLeavesTheStor
   EXPECT_EQ(23, last.values[0]);
   EXPECT_EQ(24, last.values[1]);
   // Clients of the store stay connected.
-  EXPECT_TRUE(iBroker.IsAttached("2", {34, 0}, store));
+  EXPECT_TRUE(iBroker.IsAttached("2", contract::kPositioningIdentity, store));
 }
 
 TEST_F(ExternalSensorLifecycleTest, ClockSyncLeavingDoesNotDisturbThePositioningSensorPair) {
@@ -458,7 +459,7 @@ TEST_F(ExternalSensorLifecycleTest, ClockSyncLeavingDoesNotDisturbThePositioning
   EXPECT_EQ(1, sensor.PositioningSensorAvailable());
   EXPECT_TRUE(iPositioning.IsConnected());
   EXPECT_EQ(0, iPositioning.UnavailableCount());
-  EXPECT_EQ(0, iPositioning.SendSensorData(0x8000, 500, {1, 2, 3, 4}));
+  EXPECT_EQ(0, iPositioning.SendSensorData(contract::kCombinedRecord, 500, {1, 2, 3, 4}));
   EXPECT_EQ(1, sensor.SensorStore()->Sensor(0).buffer->iCount);
 }
 
@@ -587,7 +588,7 @@ TEST_F(ExternalSensorLifecycleTest, DestructionDeletesTheStoreWhichDisconnectsIt
   Destroy();
   EXPECT_FALSE(iClient.IsConnected());
   EXPECT_EQ(1, iClient.UnavailableCount());
-  EXPECT_FALSE(iBroker.IsAttached("2", {34, 0}, store));
+  EXPECT_FALSE(iBroker.IsAttached("2", contract::kPositioningIdentity, store));
 }
 
 // The broker is handed in by reference, and the constructor requests through it, so a

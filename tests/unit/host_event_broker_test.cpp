@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "ContractConstants.h"
 #include "TestHost.h"
 
 namespace {
@@ -66,16 +67,16 @@ TEST_F(EventBrokerTest, UnregisterStopsEveryTimerOfThatObserverAndEvent) {
   Register(iA, 100);
   Register(iA, 100, 1, 11);
   Register(iB, 100);
-  EXPECT_EQ(1, iEventBroker.UnregisterEventObserver(TEventRegistration{0, 10, 0, 12345}, &iA));
+  EXPECT_EQ(1, iEventBroker.UnregisterEventObserver(TEventRegistration{contract::kSyncEventClass, contract::kSyncEventId, 0, 12345}, &iA));
   iEventBroker.Advance(100);
   EXPECT_EQ((std::vector<std::string>{"A@100:0/11", "B@100:0/10"}), iJournal);
-  EXPECT_EQ(0, iEventBroker.UnregisterEventObserver(TEventRegistration{0, 10, 0, 0}, &iA));
+  EXPECT_EQ(0, iEventBroker.UnregisterEventObserver(TEventRegistration{contract::kSyncEventClass, contract::kSyncEventId, 0, 0}, &iA));
 }
 
 TEST_F(EventBrokerTest, ObserverMayReRegisterInsideItsEvent) {
   Register(iA, 1000);
   iA.iInside = [this] {
-    iEventBroker.UnregisterEventObserver(TEventRegistration{0, 10, 0, 0}, &iA);
+    iEventBroker.UnregisterEventObserver(TEventRegistration{contract::kSyncEventClass, contract::kSyncEventId, 0, 0}, &iA);
     Register(iA, 30000);
     iA.iInside = nullptr;
   };
@@ -86,7 +87,7 @@ TEST_F(EventBrokerTest, ObserverMayReRegisterInsideItsEvent) {
 TEST_F(EventBrokerTest, CallsAreRecordedWithTheClock) {
   COsal::Instance().SetNow(42);
   Register(iA, 1000);
-  iEventBroker.UnregisterEventObserver(TEventRegistration{0, 10, 0, 0}, &iA);
+  iEventBroker.UnregisterEventObserver(TEventRegistration{contract::kSyncEventClass, contract::kSyncEventId, 0, 0}, &iA);
   ASSERT_EQ(2u, iEventBroker.Calls().size());
   EXPECT_TRUE(iEventBroker.Calls()[0].registering);
   EXPECT_EQ(1000u, iEventBroker.Calls()[0].period);

@@ -2,6 +2,7 @@
 // happens when it is told to fail.
 #include <gtest/gtest.h>
 
+#include "ContractConstants.h"
 #include "TestHost.h"
 
 namespace {
@@ -12,7 +13,7 @@ using host::CInterfaceBroker;
 using host::CMicroHostSensorService;
 using host::CPeerEnd;
 
-const TInterfaceIdentity kMicroHost = {0x38, 0};
+const TInterfaceIdentity kMicroHost = contract::kMicroHostSensorIdentity;
 
 // A module-side end of the micro-host pair, without log records.
 class ModuleEnd : public CPeerEnd<IMicroHostSensorFemale> {
@@ -59,7 +60,7 @@ TEST_F(InterfaceBrokerTest, PeerPresentBeforeTheRequestIsConnectedDuringTheReque
 TEST_F(InterfaceBrokerTest, DifferentInstanceOrIdentityIsNotConnected) {
   Request(iModule);
   iBroker.AttachPeer("1", kMicroHost, &iService);
-  iBroker.AttachPeer("0", TInterfaceIdentity{0x38, 1}, &iService);
+  iBroker.AttachPeer("0", TInterfaceIdentity{kMicroHost.identifier, 1}, &iService);
   EXPECT_FALSE(iModule.IsConnected());
 }
 
@@ -134,7 +135,7 @@ TEST_F(InterfaceBrokerTest, CallsAreRecordedWithTheirArguments) {
   EXPECT_EQ(BrokerCall::RequestShared, request.kind);
   EXPECT_EQ(iFeatureId, request.feature);
   EXPECT_EQ("0", request.instance);
-  EXPECT_EQ(0x38, request.identifier);
+  EXPECT_EQ(kMicroHost.identifier, request.identifier);
   EXPECT_EQ(0u, request.qualifier);
   EXPECT_EQ(static_cast<IReflectionInterface*>(&iModule), request.handler);
   EXPECT_EQ(BrokerCall::AttachPeer, iBroker.Calls()[1].kind);

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "CANSensor.h"
+#include "ContractConstants.h"
 #include "MainUnitSync.h"
 #include "RecordFormat.h"
 #include "TestHost.h"
@@ -25,11 +26,10 @@ using testing_host::HostTest;
 
 const char kMainUnitKickTrace[] = "virtual TBool CMainUnitSync::KickSyncTime()";
 const char kBaseKickTrace[] = "virtual TBool CSyncTime::KickSyncTime()";
-const uint32_t kClkSync = 7;
-
-// "7=1": pin and level of a SetPin call.
+// "CLK_SYNC=1": pin and level of a SetPin call; pins other than CLK_SYNC by number.
 std::string Describe(const host::PinChange& aChange) {
-  return std::to_string(aChange.pin) + "=" + std::to_string(aChange.level);
+  const std::string pin = aChange.pin == contract::kClkSyncPin ? "CLK_SYNC" : std::to_string(aChange.pin);
+  return pin + "=" + std::to_string(aChange.level);
 }
 
 // Deletes a C-heap time object through the base's virtual destructor.
@@ -104,7 +104,7 @@ TEST_F(MainUnitSyncTest, WithoutBrokerOnlyExplicitKicksPulseThePin) {
   iEventBroker.RunUntil(10000);
   EXPECT_TRUE(MainUnit().Pins().empty());
   EXPECT_EQ(1, sync->KickSyncTime());
-  EXPECT_EQ((std::vector<std::string>{"7=1", "7=0"}), Pins());
+  EXPECT_EQ((std::vector<std::string>{"CLK_SYNC=1", "CLK_SYNC=0"}), Pins());
 }
 
 TEST_F(MainUnitSyncTest, WithoutBrokerDestructionUnregistersNothing) {
@@ -126,7 +126,7 @@ TEST_F(MainUnitSyncTest, DeletionThroughTheBaseUnregistersTheSyncTimer) {
 TEST_F(MainUnitSyncTest, TheTimerEventRunsThePulsingKick) {
   SyncTimePtr sync(CMainUnitSync::Create(&iEventBroker));
   iEventBroker.RunUntil(2000);
-  EXPECT_EQ((std::vector<std::string>{"7=1", "7=0", "7=1", "7=0"}), Pins());
+  EXPECT_EQ((std::vector<std::string>{"CLK_SYNC=1", "CLK_SYNC=0", "CLK_SYNC=1", "CLK_SYNC=0"}), Pins());
   EXPECT_EQ(2000, sync->CurrentTime());
 }
 
@@ -134,8 +134,8 @@ TEST_F(MainUnitSyncTest, OnEventForTheSyncTimerEventPulsesThePin) {
   SyncTimePtr sync(CMainUnitSync::Create(nullptr));
   ClearRecords();
   Osal().SetNow(300);
-  iEventBroker.Deliver(sync.get(), 0, 10);
-  EXPECT_EQ((std::vector<std::string>{"7=1", "7=0"}), Pins());
+  iEventBroker.Deliver(sync.get(), contract::kSyncEventClass, contract::kSyncEventId);
+  EXPECT_EQ((std::vector<std::string>{"CLK_SYNC=1", "CLK_SYNC=0"}), Pins());
   std::vector<std::string> expected{"Interface|virtual void CSyncTime::OnEvent(const TEvent&)|OnEvent",
                                     "Info|OnEvent|KickSyncTime"};
   for (const std::string& record : PulseRecords(0, 300)) expected.push_back(record);
@@ -157,9 +157,9 @@ TEST_F(MainUnitSyncTest, KickPulsesClkSyncActiveSleepsThenNotActive) {
   SyncTimePtr sync(CMainUnitSync::Create(nullptr));
   Osal().SetNow(1000);
   EXPECT_EQ(1, sync->KickSyncTime());
-  EXPECT_EQ((std::vector<std::string>{"7=1", "7=0"}), Pins());
+  EXPECT_EQ((std::vector<std::string>{"CLK_SYNC=1", "CLK_SYNC=0"}), Pins());
   EXPECT_EQ((std::vector<int>{50000}), Osal().Sleeps());
-  EXPECT_EQ(0u, MainUnit().Level(kClkSync));
+  EXPECT_EQ(0u, MainUnit().Level(contract::kClkSyncPin));
 }
 
 TEST_F(MainUnitSyncTest, ThePulseSleepsBetweenTheTwoPinChanges) {
@@ -259,7 +259,7 @@ TEST_F(MainUnitSyncTest, FailedActiveStillSleepsAndReleasesThePin) {
   ClearRecords();
   Osal().SetNow(100);
   EXPECT_EQ(1, sync->KickSyncTime());
-  EXPECT_EQ((std::vector<std::string>{"7=1", "7=0"}), Pins());
+  EXPECT_EQ((std::vector<std::string>{"CLK_SYNC=1", "CLK_SYNC=0"}), Pins());
   EXPECT_EQ((std::vector<int>{50000}), Osal().Sleeps());
   std::vector<std::string> expected = PulseRecords(0, 100);
   expected[3] = "Error|KickSyncTime|Failed to set CLK_SYNC pin to Active";
@@ -272,7 +272,7 @@ TEST_F(MainUnitSyncTest, FailedNotActiveLogsAnErrorAndStillAnswersTrue) {
   ClearRecords();
   Osal().SetNow(100);
   EXPECT_EQ(1, sync->KickSyncTime());
-  EXPECT_EQ((std::vector<std::string>{"7=1", "7=0"}), Pins());
+  EXPECT_EQ((std::vector<std::string>{"CLK_SYNC=1", "CLK_SYNC=0"}), Pins());
   std::vector<std::string> expected = PulseRecords(0, 100);
   expected[4] = "Error|KickSyncTime|Failed to set CLK_SYNC pin to NotActive";
   EXPECT_EQ(expected, Briefs());
@@ -348,7 +348,7 @@ TEST_F(CanTimeSyncTest, TriggerAnsweringTwoLeavesTheKickTimeAndAnswersTrue) {
 TEST_F(CanTimeSyncTest, OnEventRunsTheTriggeringKick) {
   SyncTimePtr sync(new CCanTimeSync());
   Osal().SetNow(700);
-  iEventBroker.Deliver(sync.get(), 0, 10);
+  iEventBroker.Deliver(sync.get(), contract::kSyncEventClass, contract::kSyncEventId);
   EXPECT_EQ(1, CanMicro().Triggers());
   EXPECT_EQ(700, sync->CurrentTime());
   EXPECT_EQ((std::vector<std::string>{"Interface|virtual void CSyncTime::OnEvent(const TEvent&)|OnEvent",

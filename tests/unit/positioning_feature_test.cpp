@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "CANSensor.h"
+#include "ContractConstants.h"
 #include "ExternalSensor.h"
 #include "Positioning.h"
 #include "TestHost.h"
@@ -155,9 +156,9 @@ TEST_F(PositioningFeatureTest, WithoutDiversityPropertyDestructionTracesThenRevo
   const std::vector<host::BrokerCall> revokes = iBroker.CallsOf(host::BrokerCall::Revoke);
   ASSERT_EQ(2u, revokes.size());
   EXPECT_EQ("0", revokes[0].instance);
-  EXPECT_EQ(0x38, revokes[0].identifier);
+  EXPECT_EQ(contract::kMicroHostSensorIdentity.identifier, revokes[0].identifier);
   EXPECT_EQ("1", revokes[1].instance);
-  EXPECT_EQ(34, revokes[1].identifier);
+  EXPECT_EQ(contract::kPositioningIdentity.identifier, revokes[1].identifier);
   EXPECT_EQ(0u, iBroker.ModuleHandlerCount());
 }
 
@@ -216,9 +217,9 @@ TEST_F(PositioningFeatureTest, DiversityExternalDestructionTracesThenRevokesTheE
   EXPECT_EQ(DestructorTrace(), Full(AllRecords().front()));
   const std::vector<host::BrokerCall> revokes = iBroker.CallsOf(host::BrokerCall::Revoke);
   ASSERT_EQ(3u, revokes.size());
-  EXPECT_EQ(0x8062, revokes[0].identifier);
-  EXPECT_EQ(0x8022, revokes[1].identifier);
-  EXPECT_EQ(34, revokes[2].identifier);
+  EXPECT_EQ(contract::kClockSyncIdentity.identifier, revokes[0].identifier);
+  EXPECT_EQ(contract::kExternalSensorIdentity.identifier, revokes[1].identifier);
+  EXPECT_EQ(contract::kPositioningIdentity.identifier, revokes[2].identifier);
   EXPECT_EQ("2", revokes[2].instance);
   EXPECT_EQ(0u, iBroker.ModuleHandlerCount());
 }
@@ -331,12 +332,12 @@ TEST_F(PositioningFeatureTest, BrokersAndFeatureIdAreHandedOnToTheSourceUnchange
 // ---- entry points ----
 
 TEST_F(PositioningFeatureTest, FeatureTypeAnswersPositioningEveryTime) {
-  EXPECT_STREQ("positioning", FeatureType());
-  EXPECT_STREQ("positioning", FeatureType());
+  EXPECT_STREQ(contract::kFeatureType, FeatureType());
+  EXPECT_STREQ(contract::kFeatureType, FeatureType());
   IFeatureModule2* feature = FeatureCreate2(iFeatureId, iBroker, iEventBroker, iProperties);
-  EXPECT_STREQ("positioning", FeatureType());
+  EXPECT_STREQ(contract::kFeatureType, FeatureType());
   delete feature;
-  EXPECT_STREQ("positioning", FeatureType());
+  EXPECT_STREQ(contract::kFeatureType, FeatureType());
 }
 
 TEST_F(PositioningFeatureTest, FeatureTypeWritesNoRecordAndTouchesNoHostObject) {

@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "ContractConstants.h"
 #include "ExternalSensor.h"
 #include "IArdenClockSync.h"
 #include "IHalvikPositioningSensor.h"
@@ -118,7 +119,7 @@ class CMicroHostServiceEnd : public CTestEnd<IMicroHostSensorMale> {
 class CJournalledService : public host::CPeerEnd<IMicroHostSensorMale> {
  public:
   CJournalledService(const std::string& aName, CJournal& aJournal)
-      : CPeerEnd("0", TInterfaceIdentity{0x38, 0}), iName(aName), iJournal(aJournal) {
+      : CPeerEnd(contract::kServiceInstance, contract::kMicroHostSensorIdentity), iName(aName), iJournal(aJournal) {
     iJournal.Name(Handle(), aName);
   }
   IReflectionInterface* Handle() { return static_cast<IReflectionInterface*>(this); }
@@ -517,7 +518,7 @@ TEST_F(ReflectionInterfaceTest, HandshakeRecordPassesTheControlsAnswerOn) {
 // Through the broker
 
 TEST_F(ReflectionInterfaceTest, TheBrokerConnectsAHandlerThroughRegisterOfThePeer) {
-  const TInterfaceIdentity identity = {0x38, 0};
+  const TInterfaceIdentity identity = contract::kMicroHostSensorIdentity;
   ASSERT_EQ(1, iBroker.RequestSharedInterface(iFeatureId, "0", identity, iModule.Handle()));
   EXPECT_EQ(nullptr, iModule.ConnectedPeer());
   ASSERT_EQ(1, iHostService.Attach(iBroker));

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "ContractConstants.h"
 #include "CSensorStore.h"
 #include "RecordFormat.h"
 #include "TestHost.h"
@@ -187,7 +188,7 @@ TEST_F(SensorStoreTest, ConstructionRequestsTheServiceWithInstanceNameIdentityAn
   EXPECT_EQ(host::BrokerCall::Request, calls[0].kind);
   EXPECT_EQ(iFeatureId, calls[0].feature);
   EXPECT_EQ("2", calls[0].instance);
-  EXPECT_EQ(34, calls[0].identifier);
+  EXPECT_EQ(contract::kPositioningIdentity.identifier, calls[0].identifier);
   EXPECT_EQ(0u, calls[0].qualifier);
   EXPECT_EQ(static_cast<IReflectionInterface*>(store.get()), calls[0].handler);
   EXPECT_EQ(1, calls[0].result);
@@ -221,7 +222,7 @@ TEST_F(SensorStoreTest, CreateBuildsAStoreLikeTheConstructor) {
   EXPECT_EQ(2, store->SensorCount());
   EXPECT_EQ(300, Buffer(*store, 1).iCapacity);
   EXPECT_EQ("2", store->InstanceName());
-  EXPECT_TRUE(iBroker.IsAttached("2", TInterfaceIdentity{34, 0}, store.get()));
+  EXPECT_TRUE(iBroker.IsAttached("2", contract::kPositioningIdentity, store.get()));
 }
 
 TEST_F(SensorStoreTest, SuccessfulConstructionWritesNoRecordAndNoAssertion) {

@@ -10,6 +10,7 @@
 #include <string>
 #include <vector>
 
+#include "ContractConstants.h"
 #include "CSensorStore.h"
 #include "RecordFormat.h"
 #include "TestHost.h"
@@ -712,7 +713,7 @@ TEST_F(StoreSubscriptionTest, DestructionRevokesTheServiceBeforeFreeingAnything)
   EXPECT_EQ(host::BrokerCall::Revoke, last.kind);
   EXPECT_EQ(iFeatureId, last.feature);
   EXPECT_EQ("1", last.instance);
-  EXPECT_EQ(34, last.identifier);
+  EXPECT_EQ(contract::kPositioningIdentity.identifier, last.identifier);
   EXPECT_EQ(0u, last.qualifier);
   EXPECT_EQ(handler, last.handler);
   EXPECT_EQ(1, last.result);

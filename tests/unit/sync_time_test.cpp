@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "ContractConstants.h"
 #include "SyncTime.h"
 #include "RecordFormat.h"
 #include "TestHost.h"
@@ -168,7 +169,7 @@ TEST_F(SyncTimeTest, DestructorAfterSetEventBrokerNullUnregistersNothing) {
 TEST_F(SyncTimeTest, OnEventForTheSyncTimerEventKicksAndLogs) {
   CSyncTime time;
   SetNow(1234);
-  iEventBroker.Deliver(&time, 0, 10);
+  iEventBroker.Deliver(&time, contract::kSyncEventClass, contract::kSyncEventId);
   EXPECT_EQ(1234, time.CurrentTime());
   EXPECT_EQ((std::vector<std::string>{std::string("Interface|") + kOnEventTrace + "|OnEvent",
                                       "Info|OnEvent|KickSyncTime", std::string("Interface|") + kKickTrace + "|",
@@ -191,7 +192,7 @@ TEST_F(SyncTimeTest, OnEventIgnoresIdTenWithANonZeroClass) {
   CSyncTime time;
   SetNow(1234);
   iEventBroker.Deliver(&time, 1, 10);
-  iEventBroker.Deliver(&time, 0x80000000u, 10);
+  iEventBroker.Deliver(&time, 0x80000000u, contract::kSyncEventId);
   EXPECT_EQ(0, time.CurrentTime());
   const std::string entry = std::string("Interface|") + kOnEventTrace + "|OnEvent";
   EXPECT_EQ((std::vector<std::string>{entry, entry}), Briefs());
@@ -199,7 +200,7 @@ TEST_F(SyncTimeTest, OnEventIgnoresIdTenWithANonZeroClass) {
 
 TEST_F(SyncTimeTest, OnEventKicksThroughTheVirtualTable) {
   CCountingSyncTime time;
-  iEventBroker.Deliver(&time, 0, 10);
+  iEventBroker.Deliver(&time, contract::kSyncEventClass, contract::kSyncEventId);
   EXPECT_EQ(1, time.iKicks);
   // The overriding kick ran instead of the base one: no local time was read.
   EXPECT_EQ(0u, host::COsal::Instance().TickCountCalls());

@@ -2,8 +2,8 @@
 
 #include <stdlib.h>
 
-#include "ContractConstants.h"
 #include "CSensorStore.h"
+#include "ContractConstants.h"
 
 namespace bench {
 
@@ -84,8 +84,7 @@ TBool CLeanClient::Unregister(IReflectionInterface* aPeer) {
   return 1;
 }
 
-reflection::TErrCode CLeanClient::Configuration(IPositioningSensorFemale& aPartner,
-                                                TiPositioningSensorConfiguration&) {
+reflection::TErrCode CLeanClient::Configuration(IPositioningSensorFemale& aPartner, TiPositioningSensorConfiguration&) {
   iService = &aPartner;
   return 0;
 }
@@ -95,8 +94,7 @@ std::string ModulePath() {
   return path != nullptr && path[0] != '\0' ? path : POSITIONING_BENCH_MODULE;
 }
 
-CBench::CBench(Source aSource, Logger aLogger)
-    : iSource(aSource), iClient(aSource == Source::Can ? "1" : "2") {
+CBench::CBench(Source aSource, Logger aLogger) : iSource(aSource), iClient(aSource == Source::Can ? "1" : "2") {
   // Resetting the globals also resets the logging facility: the logger comes after.
   host::ResetGlobals();
   iLog.reset(new CLoggerSetup(aLogger));

@@ -22,8 +22,8 @@
 #include <string>
 
 #include "BenchHost.h"
-#include "ContractConstants.h"
 #include "CSensorStore.h"
+#include "ContractConstants.h"
 
 extern "C" {
 

@@ -19,15 +19,24 @@ std::string StripPrefix(const std::string& aText, const char* aPrefix) {
 
 const char* KindName(PieceKind aKind) {
   switch (aKind) {
-    case PieceKind::Bool: return "bool";
-    case PieceKind::U8: return "u8";
-    case PieceKind::I16: return "i16";
-    case PieceKind::U16: return "u16";
-    case PieceKind::I32: return "i32";
-    case PieceKind::U32: return "u32";
-    case PieceKind::I64: return "i64";
-    case PieceKind::Text: return "text";
-    case PieceKind::Pointer: return "ptr";
+    case PieceKind::Bool:
+      return "bool";
+    case PieceKind::U8:
+      return "u8";
+    case PieceKind::I16:
+      return "i16";
+    case PieceKind::U16:
+      return "u16";
+    case PieceKind::I32:
+      return "i32";
+    case PieceKind::U32:
+      return "u32";
+    case PieceKind::I64:
+      return "i64";
+    case PieceKind::Text:
+      return "text";
+    case PieceKind::Pointer:
+      return "ptr";
   }
   return "?";
 }

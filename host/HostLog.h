@@ -24,7 +24,7 @@ enum class PieceKind { Bool, U8, I16, U16, I32, U32, I64, Text, Pointer };
 struct LogPiece {
   PieceKind kind;
   int64_t number;
-  std::string text;      // Text
+  std::string text;     // Text
   const void* pointer;  // Pointer
   // The piece as a log line shows it.
   std::string Render() const;
@@ -128,8 +128,8 @@ class CLogFacility : public logging::ILogControl, public logging::internals::ILo
   // Discarding hands out the null stream at once; every later call still reaches it.
   // Recording is marked the unlikely path so that discarding needs no stack frame:
   // recording costs far more than the branch anyway.
-  logging::internals::CLogHandle Open(const char* aCategory, const char* aModule, const char* aFunction,
-                                      TBool aEnabled, const char* aFile, int aLine) override {
+  logging::internals::CLogHandle Open(const char* aCategory, const char* aModule, const char* aFunction, TBool aEnabled,
+                                      const char* aFile, int aLine) override {
     if (__builtin_expect(!iDiscard, 0)) return OpenRecord(aCategory, aModule, aFunction, aEnabled, aFile, aLine);
     return logging::internals::CLogHandle(iHandleFlags, iNullStream.get());
   }

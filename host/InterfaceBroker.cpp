@@ -128,8 +128,8 @@ TBool CInterfaceBroker::RevokeInterface(const TFeatureId& aFeature, const std::s
 TBool CInterfaceBroker::AttachPeer(const std::string& aInstance, const TInterfaceIdentity& aIdentity,
                                    IReflectionInterface* aPeer) {
   const TBool result = aPeer != nullptr ? 1 : 0;
-  iCalls.push_back({BrokerCall::AttachPeer, TFeatureId(), aInstance, aIdentity.identifier, aIdentity.qualifier, aPeer,
-                    result});
+  iCalls.push_back(
+      {BrokerCall::AttachPeer, TFeatureId(), aInstance, aIdentity.identifier, aIdentity.qualifier, aPeer, result});
   if (result == 0) return 0;
   iEntries.push_back({aInstance, aIdentity.identifier, aIdentity.qualifier, aPeer, false});
   for (const Entry& module : Matching(aInstance, aIdentity, true)) Connect(module.handler, aPeer);

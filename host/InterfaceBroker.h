@@ -70,8 +70,8 @@ class CInterfaceBroker : public IInterfaceBroker {
   size_t ModuleHandlerCount() const;
 
   // IInterfaceBroker
-  TBool RequestInterface(const TFeatureId& aFeature, const std::string& aInstance,
-                         const TInterfaceIdentity& aIdentity, IReflectionInterface* aHandler) override;
+  TBool RequestInterface(const TFeatureId& aFeature, const std::string& aInstance, const TInterfaceIdentity& aIdentity,
+                         IReflectionInterface* aHandler) override;
   TBool RevokeInterface(const TFeatureId& aFeature, const std::string& aInstance, const TInterfaceIdentity& aIdentity,
                         IReflectionInterface* aHandler) override;
   void Reserved5() override {}
@@ -90,7 +90,8 @@ class CInterfaceBroker : public IInterfaceBroker {
   TBool Attach(BrokerCall::Kind aKind, const TFeatureId& aFeature, const std::string& aInstance,
                const TInterfaceIdentity& aIdentity, IReflectionInterface* aHandler);
   bool ShouldFail(BrokerCall::Kind aKind);
-  std::vector<Entry> Matching(const std::string& aInstance, const TInterfaceIdentity& aIdentity, bool aModuleSide) const;
+  std::vector<Entry> Matching(const std::string& aInstance, const TInterfaceIdentity& aIdentity,
+                              bool aModuleSide) const;
   bool Remove(const std::string& aInstance, const TInterfaceIdentity& aIdentity, IReflectionInterface* aHandler);
   void Connect(IReflectionInterface* aModule, IReflectionInterface* aPeer);
   void Disconnect(IReflectionInterface* aModule, IReflectionInterface* aPeer);

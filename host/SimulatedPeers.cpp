@@ -65,8 +65,7 @@ reflection::TErrCode CExternalPositioningService::Subscribe(IHalvikPositioningSe
   return iSubscribeResult;
 }
 
-CClockSyncService::CClockSyncService()
-    : CPeerEnd(contract::kServiceInstance, contract::kClockSyncIdentity) {}
+CClockSyncService::CClockSyncService() : CPeerEnd(contract::kServiceInstance, contract::kClockSyncIdentity) {}
 
 reflection::TErrCode CClockSyncService::SendTimeStampReport(unsigned int aTimeStamp) {
   if (iPeer == nullptr) return kNotConnected;

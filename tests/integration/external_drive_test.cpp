@@ -77,7 +77,7 @@ TEST_F(ExternalDriveTest, ClockSyncServiceArrivalPulsesTheClockSyncPin) {
 
 TEST_F(ExternalDriveTest, CombinedRecordsReachTwoClientsInSynchronisedTime) {
   host::COsal::Instance().SetNow(10000);
-  StartAll();  // the clock-sync arrival kicked at 10000
+  StartAll();                                          // the clock-sync arrival kicked at 10000
   ASSERT_EQ(0, iClockSync.SendTimeStampReport(7000));  // offset 3000
   ASSERT_EQ(0, iSensorService.SendSensorData(kCombined, 7100, {11, -12, 13, 2}));
   ASSERT_EQ(0, iSensorService.SendSensorData(kCombined, 7300, {21, -22, 23, 1}));

@@ -22,7 +22,9 @@ class FeatureLifecycleTest : public HostTest {
     std::vector<std::string> calls;
     for (const BrokerCall& call : iBroker.Calls()) {
       if (call.kind == BrokerCall::AttachPeer || call.kind == BrokerCall::DetachPeer) continue;
-      const char* kind = call.kind == BrokerCall::Request ? "Request" : call.kind == BrokerCall::Revoke ? "Revoke" : "RequestShared";
+      const char* kind = call.kind == BrokerCall::Request  ? "Request"
+                         : call.kind == BrokerCall::Revoke ? "Revoke"
+                                                           : "RequestShared";
       calls.push_back(std::string(kind) + " " + call.instance + " " + std::to_string(call.identifier) + "/" +
                       std::to_string(call.qualifier));
     }

@@ -14,7 +14,9 @@ namespace {
 
 template <class Ehdr, class Shdr, class Sym, class Dyn>
 bool Parse(const std::vector<char>& aFile, ElfDynamicInfo& aInfo, std::string& aError) {
-  auto in_bounds = [&](uint64_t aOffset, uint64_t aSize) { return aOffset <= aFile.size() && aSize <= aFile.size() - aOffset; };
+  auto in_bounds = [&](uint64_t aOffset, uint64_t aSize) {
+    return aOffset <= aFile.size() && aSize <= aFile.size() - aOffset;
+  };
   // A NUL-terminated text at aOffset of the string table aStrings, or "" when outside it.
   auto text = [&](const Shdr& aStrings, uint64_t aOffset) {
     if (aOffset >= aStrings.sh_size) return std::string();
@@ -35,7 +37,7 @@ bool Parse(const std::vector<char>& aFile, ElfDynamicInfo& aInfo, std::string& a
     if (section.sh_link >= sections.size()) return aError = "bad section link", false;
   }
 
-  std::vector<uint16_t> versionIndex;                               // per .dynsym entry
+  std::vector<uint16_t> versionIndex;                                 // per .dynsym entry
   std::map<uint16_t, std::pair<std::string, std::string> > versions;  // index: name, file
   for (const Shdr& section : sections) {
     const Shdr& strings = sections[section.sh_link];

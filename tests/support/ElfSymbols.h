@@ -12,7 +12,7 @@ struct ElfSymbol {
   std::string name;  // mangled
   bool defined;      // has a section (not SHN_UNDEF)
   bool weak;
-  bool local;        // STB_LOCAL: not visible to other objects (ARM links keep section symbols here)
+  bool local;  // STB_LOCAL: not visible to other objects (ARM links keep section symbols here)
   bool function;
   bool object;
   std::string version;      // "GLIBC_2.4", empty when unversioned

@@ -11,15 +11,33 @@ std::string TypedSummary(const host::LogRecord& aRecord) {
   for (size_t i = 1; i + 1 < aRecord.pieces.size(); ++i) {
     const host::LogPiece& piece = aRecord.pieces[i];
     switch (piece.kind) {
-      case host::PieceKind::Text: message += piece.text; break;
-      case host::PieceKind::Bool: message += "<bool:" + piece.Render() + ">"; break;
-      case host::PieceKind::U8: message += "<u8:" + piece.Render() + ">"; break;
-      case host::PieceKind::I16: message += "<i16:" + piece.Render() + ">"; break;
-      case host::PieceKind::U16: message += "<u16:" + piece.Render() + ">"; break;
-      case host::PieceKind::I32: message += "<i32:" + piece.Render() + ">"; break;
-      case host::PieceKind::U32: message += "<u32:" + piece.Render() + ">"; break;
-      case host::PieceKind::I64: message += "<i64:" + piece.Render() + ">"; break;
-      case host::PieceKind::Pointer: message += "<ptr>"; break;
+      case host::PieceKind::Text:
+        message += piece.text;
+        break;
+      case host::PieceKind::Bool:
+        message += "<bool:" + piece.Render() + ">";
+        break;
+      case host::PieceKind::U8:
+        message += "<u8:" + piece.Render() + ">";
+        break;
+      case host::PieceKind::I16:
+        message += "<i16:" + piece.Render() + ">";
+        break;
+      case host::PieceKind::U16:
+        message += "<u16:" + piece.Render() + ">";
+        break;
+      case host::PieceKind::I32:
+        message += "<i32:" + piece.Render() + ">";
+        break;
+      case host::PieceKind::U32:
+        message += "<u32:" + piece.Render() + ">";
+        break;
+      case host::PieceKind::I64:
+        message += "<i64:" + piece.Render() + ">";
+        break;
+      case host::PieceKind::Pointer:
+        message += "<ptr>";
+        break;
     }
   }
   return aRecord.CategoryName() + " " + std::to_string(aRecord.line) + " " + aRecord.function + ": " + message;

@@ -21,8 +21,7 @@ std::vector<std::string> HostTest::ModuleMessages() const {
 void HostTest::ClearRecords() { host::CLogFacility::Instance().ClearRecords(); }
 
 std::string Describe(const host::LogRecord& aRecord) {
-  return aRecord.CategoryName() + " " + aRecord.function + " " + std::to_string(aRecord.line) + " " +
-         aRecord.Message();
+  return aRecord.CategoryName() + " " + aRecord.function + " " + std::to_string(aRecord.line) + " " + aRecord.Message();
 }
 
 std::string ModulePath() { return POSITIONING_MODULE_PATH; }

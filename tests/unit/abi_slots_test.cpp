@@ -245,8 +245,8 @@ TEST(PairInterfaceSlotsTest, PositioningMaleTakesConfigurationThenSensorData) {
   ExpectCallbackRegistrationFirst<I>("IPositioningSensorMale");
   reflection::TErrCode (I::*configuration)(IPositioningSensorFemale&, TiPositioningSensorConfiguration&) =
       &I::Configuration;
-  reflection::TErrCode (I::*sensorData)(IPositioningSensorFemale&, TiPositioningSensorType,
-                                        TiPositioningSensorData&) = &I::SensorData;
+  reflection::TErrCode (I::*sensorData)(IPositioningSensorFemale&, TiPositioningSensorType, TiPositioningSensorData&) =
+      &I::SensorData;
   EXPECT_EQ(5u, Slot(configuration));
   EXPECT_EQ(6u, Slot(sensorData));
   EXPECT_EQ(7u, NextSlot<I>());

@@ -69,7 +69,8 @@ class ExternalSensorConfigurationTest : public HostTest {
   std::vector<host::LogRecord> ConfigurationRecords() const {
     std::vector<host::LogRecord> records = ModuleRecords();
     for (size_t i = 0; i < records.size(); ++i) {
-      if (records[i].function == kConfigurationTrace) return std::vector<host::LogRecord>(records.begin() + i, records.end());
+      if (records[i].function == kConfigurationTrace)
+        return std::vector<host::LogRecord>(records.begin() + i, records.end());
     }
     return std::vector<host::LogRecord>();
   }

@@ -38,7 +38,9 @@ std::string Difference(const std::string& aNew, const std::string& aLast) {
 }
 std::string GoingBack(const std::string& aNew) { return "ERROR: SensorData timestamp " + aNew + " is going back\n"; }
 
-std::string PutData(int aHandle) { return std::string("Interface ") + kPutDataTrace + " (Handle: " + std::to_string(aHandle) + ")"; }
+std::string PutData(int aHandle) {
+  return std::string("Interface ") + kPutDataTrace + " (Handle: " + std::to_string(aHandle) + ")";
+}
 
 class ExternalSensorDataTest : public HostTest {
  protected:
@@ -110,13 +112,21 @@ TEST_F(ExternalSensorDataTest, TheInfoRecordCarriesTypeValuesAndTimeStampInTheir
     const char* text;
   };
   const std::vector<Piece> expected = {
-      {PieceKind::Text, 0, "("},          {PieceKind::Text, 0, ", "}, {PieceKind::U16, kCombined, nullptr},
-      {PieceKind::Text, 0, ", "},         {PieceKind::U32, 4294967291, nullptr},
-      {PieceKind::Text, 0, ", "},         {PieceKind::U32, 300, nullptr},
-      {PieceKind::Text, 0, ", "},         {PieceKind::U32, 4294934528, nullptr},
-      {PieceKind::Text, 0, ", "},         {PieceKind::U32, 32767, nullptr},
-      {PieceKind::Text, 0, ", "},         {PieceKind::I32, 1000, nullptr},
-      {PieceKind::Text, 0, ", "},         {PieceKind::Text, 0, ")"},
+      {PieceKind::Text, 0, "("},
+      {PieceKind::Text, 0, ", "},
+      {PieceKind::U16, kCombined, nullptr},
+      {PieceKind::Text, 0, ", "},
+      {PieceKind::U32, 4294967291, nullptr},
+      {PieceKind::Text, 0, ", "},
+      {PieceKind::U32, 300, nullptr},
+      {PieceKind::Text, 0, ", "},
+      {PieceKind::U32, 4294934528, nullptr},
+      {PieceKind::Text, 0, ", "},
+      {PieceKind::U32, 32767, nullptr},
+      {PieceKind::Text, 0, ", "},
+      {PieceKind::I32, 1000, nullptr},
+      {PieceKind::Text, 0, ", "},
+      {PieceKind::Text, 0, ")"},
   };
   ASSERT_EQ(expected.size(), record.pieces.size());
   for (size_t i = 0; i < expected.size(); ++i) {
@@ -349,8 +359,7 @@ TEST_P(ExternalSensorShortRecordTest, IsSupervisedThenDroppedWithAnErrorAndNothi
   for (uint8_t i = 0; i < size; ++i) shown += ", " + std::to_string(11 * (i + 1));
   EXPECT_EQ((std::vector<std::string>{
                 "Info SensorData (, 32768" + shown + ", 2000, )",
-                "Error SensorData (Combined record dropped, values expected 4, received: " + std::to_string(size) +
-                    ")",
+                "Error SensorData (Combined record dropped, values expected 4, received: " + std::to_string(size) + ")",
             }),
             Summaries());
   const host::LogRecord error = ModuleRecords().at(1);

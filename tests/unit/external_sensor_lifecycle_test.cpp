@@ -56,8 +56,8 @@ class CProgressSink : public host::ILogSink {
  public:
   explicit CProgressSink(const host::CInterfaceBroker& aBroker) : iBroker(aBroker) {}
   void OnRecord(const host::LogRecord& aRecord) override {
-    iSeen.push_back(aRecord.Message() + " | init " + std::to_string(host::COsal::Instance().InitCount()) +
-                    " | calls " + std::to_string(iBroker.Calls().size()));
+    iSeen.push_back(aRecord.Message() + " | init " + std::to_string(host::COsal::Instance().InitCount()) + " | calls " +
+                    std::to_string(iBroker.Calls().size()));
   }
   std::vector<std::string> iSeen;
 
@@ -71,7 +71,9 @@ class CEagerPositioningService : public CExternalPositioningService {
   explicit CEagerPositioningService(uint64_t aTimeStamp) : iTimeStamp(aTimeStamp) {}
 
  protected:
-  void OnAvailable(IHalvikPositioningSensorMale&) override { SendSensorData(contract::kCombinedRecord, iTimeStamp, {}); }
+  void OnAvailable(IHalvikPositioningSensorMale&) override {
+    SendSensorData(contract::kCombinedRecord, iTimeStamp, {});
+  }
 
  private:
   uint64_t iTimeStamp;
@@ -103,10 +105,10 @@ class ExternalSensorLifecycleTest : public HostTest {
     std::vector<std::string> calls;
     for (const host::EventCall& call : iEventBroker.Calls()) {
       if (call.observer != aObserver) continue;
-      calls.push_back(call.registering ? "register " + std::to_string(call.eventClass) + "/" +
-                                             std::to_string(call.eventId) + " " + std::to_string(call.period)
-                                       : "unregister " + std::to_string(call.eventClass) + "/" +
-                                             std::to_string(call.eventId));
+      calls.push_back(call.registering
+                          ? "register " + std::to_string(call.eventClass) + "/" + std::to_string(call.eventId) + " " +
+                                std::to_string(call.period)
+                          : "unregister " + std::to_string(call.eventClass) + "/" + std::to_string(call.eventId));
     }
     return calls;
   }

@@ -51,8 +51,7 @@ TEST_F(EventBrokerTest, TimersOfDifferentPeriodsInterleaveInTimeOrder) {
   Register(iA, 300);
   Register(iB, 200);
   iEventBroker.Advance(600);
-  EXPECT_EQ((std::vector<std::string>{"B@200:0/10", "A@300:0/10", "B@400:0/10", "A@600:0/10", "B@600:0/10"}),
-            iJournal);
+  EXPECT_EQ((std::vector<std::string>{"B@200:0/10", "A@300:0/10", "B@400:0/10", "A@600:0/10", "B@600:0/10"}), iJournal);
 }
 
 TEST_F(EventBrokerTest, OneShotTimerFiresOnce) {
@@ -67,16 +66,19 @@ TEST_F(EventBrokerTest, UnregisterStopsEveryTimerOfThatObserverAndEvent) {
   Register(iA, 100);
   Register(iA, 100, 1, 11);
   Register(iB, 100);
-  EXPECT_EQ(1, iEventBroker.UnregisterEventObserver(TEventRegistration{contract::kSyncEventClass, contract::kSyncEventId, 0, 12345}, &iA));
+  EXPECT_EQ(1, iEventBroker.UnregisterEventObserver(
+                   TEventRegistration{contract::kSyncEventClass, contract::kSyncEventId, 0, 12345}, &iA));
   iEventBroker.Advance(100);
   EXPECT_EQ((std::vector<std::string>{"A@100:0/11", "B@100:0/10"}), iJournal);
-  EXPECT_EQ(0, iEventBroker.UnregisterEventObserver(TEventRegistration{contract::kSyncEventClass, contract::kSyncEventId, 0, 0}, &iA));
+  EXPECT_EQ(0, iEventBroker.UnregisterEventObserver(
+                   TEventRegistration{contract::kSyncEventClass, contract::kSyncEventId, 0, 0}, &iA));
 }
 
 TEST_F(EventBrokerTest, ObserverMayReRegisterInsideItsEvent) {
   Register(iA, 1000);
   iA.iInside = [this] {
-    iEventBroker.UnregisterEventObserver(TEventRegistration{contract::kSyncEventClass, contract::kSyncEventId, 0, 0}, &iA);
+    iEventBroker.UnregisterEventObserver(TEventRegistration{contract::kSyncEventClass, contract::kSyncEventId, 0, 0},
+                                         &iA);
     Register(iA, 30000);
     iA.iInside = nullptr;
   };
@@ -87,7 +89,8 @@ TEST_F(EventBrokerTest, ObserverMayReRegisterInsideItsEvent) {
 TEST_F(EventBrokerTest, CallsAreRecordedWithTheClock) {
   COsal::Instance().SetNow(42);
   Register(iA, 1000);
-  iEventBroker.UnregisterEventObserver(TEventRegistration{contract::kSyncEventClass, contract::kSyncEventId, 0, 0}, &iA);
+  iEventBroker.UnregisterEventObserver(TEventRegistration{contract::kSyncEventClass, contract::kSyncEventId, 0, 0},
+                                       &iA);
   ASSERT_EQ(2u, iEventBroker.Calls().size());
   EXPECT_TRUE(iEventBroker.Calls()[0].registering);
   EXPECT_EQ(1000u, iEventBroker.Calls()[0].period);

@@ -95,9 +95,7 @@ TEST_F(InterfaceBrokerTest, DetachingThePeerDisconnectsBothEnds) {
   EXPECT_EQ(0, iService.Detach(iBroker));  // not attached any more
 }
 
-TEST_F(InterfaceBrokerTest, RevokeOfAHandlerThatWasNeverAttachedAnswersFalse) {
-  EXPECT_EQ(0, Revoke(iModule));
-}
+TEST_F(InterfaceBrokerTest, RevokeOfAHandlerThatWasNeverAttachedAnswersFalse) { EXPECT_EQ(0, Revoke(iModule)); }
 
 TEST_F(InterfaceBrokerTest, FailedRequestsAttachNothing) {
   iBroker.FailRequests(true);
@@ -120,9 +118,9 @@ TEST_F(InterfaceBrokerTest, FailedRevokeAnswersFalseButStillDisconnects) {
 TEST_F(InterfaceBrokerTest, FailCallFailsExactlyTheModuleCallWithThatIndex) {
   ModuleEnd second;
   iBroker.FailCall(1);
-  EXPECT_EQ(1, Request(iModule));   // call 0
-  EXPECT_EQ(0, Request(second));    // call 1
-  EXPECT_EQ(1, Revoke(iModule));    // call 2
+  EXPECT_EQ(1, Request(iModule));  // call 0
+  EXPECT_EQ(0, Request(second));   // call 1
+  EXPECT_EQ(1, Revoke(iModule));   // call 2
   ASSERT_EQ(3u, iBroker.Calls().size());
   EXPECT_EQ(0, iBroker.Calls()[1].result);
 }

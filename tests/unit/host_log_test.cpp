@@ -18,7 +18,8 @@ void WriteRecord(const char* aCategory, uint32_t aNumber, int32_t aValue) {
   TBool enabled = logging::IControl().IsEnabled(&module, &aNumber);
   logging::internals::CLogHandle handle =
       logging::internals::ILog().Open(aCategory, "logging::Positioning", "Fn", enabled, "src/File.cpp", 12);
-  handle << "(" << "value: ";
+  handle << "("
+         << "value: ";
   handle.iStream->Append(&aValue);
   handle << ")";
   handle.iStream->AppendLineEnd("\n");
@@ -92,11 +93,11 @@ TEST_F(HostLogTest, DiscardKeepsNothingButStillAnswersEveryCall) {
 TEST_F(HostLogTest, CallTraceListsEveryCallInOrder) {
   CLogFacility::Instance().SetTraceCalls(true);
   WriteRecord("logging::categories::Info2", 8, 3);
-  EXPECT_EQ((std::vector<std::string>{"IsEnabled(81,8)",
-                                      "Open(logging::categories::Info2,logging::Positioning,Fn,1,src/File.cpp,12)",
-                                      "Append(text:()", "Append(text:value: )", "Append(i32:3)", "Append(text:))",
-                                      "AppendLineEnd(\n)", "Close()"}),
-            CLogFacility::Instance().Calls());
+  EXPECT_EQ(
+      (std::vector<std::string>{
+          "IsEnabled(81,8)", "Open(logging::categories::Info2,logging::Positioning,Fn,1,src/File.cpp,12)",
+          "Append(text:()", "Append(text:value: )", "Append(i32:3)", "Append(text:))", "AppendLineEnd(\n)", "Close()"}),
+      CLogFacility::Instance().Calls());
 }
 
 TEST_F(HostLogTest, CategoryNumbersFollowTheirNames) {

@@ -301,11 +301,12 @@ class RefusingBrokerTest : public HostTest {
 TEST_F(RefusingBrokerTest, CanFeatureLogsEachRefusedRequestOnce) {
   iBroker.FailRequests(true);
   CPositioning* feature = Create("CAN");
-  EXPECT_EQ((std::vector<std::string>{
-                "Info CCANSensor Positioning/src/CANSensor.cpp | RequestSharedInterface for IMicroHostSensorMale failed",
-                "Info CSensorStore Positioning/src/CSensorStore.cpp | RequestInterface for IPositioningSensorMale failed",
-            }),
-            FailureRecords());
+  EXPECT_EQ(
+      (std::vector<std::string>{
+          "Info CCANSensor Positioning/src/CANSensor.cpp | RequestSharedInterface for IMicroHostSensorMale failed",
+          "Info CSensorStore Positioning/src/CSensorStore.cpp | RequestInterface for IPositioningSensorMale failed",
+      }),
+      FailureRecords());
   EXPECT_EQ(1u, Count("RequestSharedInterface for IMicroHostSensorMale failed"));
   EXPECT_EQ(1u, Count("RequestInterface for IPositioningSensorMale failed"));
   EXPECT_EQ(57, Facility().RecordsContaining("RequestInterface for IPositioningSensorMale failed").front().line);
@@ -365,12 +366,13 @@ TEST_F(RefusingBrokerTest, CanFeatureLogsEachRefusedRevokeOnce) {
   iBroker.FailRevokes(true);
   ClearRecords();
   delete feature;
-  EXPECT_EQ((std::vector<std::string>{
-                "Info ~CCANSensor Positioning/src/CANSensor.cpp | RequestSharedInterface for IMicroHostSensorMale failed",
-                "Info ~CSensorStore Positioning/src/CSensorStore.cpp | RevokeInterface interface for "
-                "IPositioningSensorMale failed",
-            }),
-            FailureRecords());
+  EXPECT_EQ(
+      (std::vector<std::string>{
+          "Info ~CCANSensor Positioning/src/CANSensor.cpp | RequestSharedInterface for IMicroHostSensorMale failed",
+          "Info ~CSensorStore Positioning/src/CSensorStore.cpp | RevokeInterface interface for "
+          "IPositioningSensorMale failed",
+      }),
+      FailureRecords());
   EXPECT_EQ(2u, iBroker.CallsOf(host::BrokerCall::Revoke).size());
 }
 

@@ -469,8 +469,7 @@ TEST_F(ReflectionInterfaceTest, ConnectingTwoAdaptersWritesOneRecordPerEndInitia
   const std::vector<host::LogRecord> records = FrameworkRecords();
   ASSERT_EQ(2u, records.size());
   ExpectHandshakeRecord(records[0], "Register", 43, iService.Handle(), static_cast<IMicroHostSensorMale*>(&iService));
-  ExpectHandshakeRecord(records[1], "Register", 43, iModule.Handle(),
-                        static_cast<IMicroHostSensorFemale*>(&iModule));
+  ExpectHandshakeRecord(records[1], "Register", 43, iModule.Handle(), static_cast<IMicroHostSensorFemale*>(&iModule));
 }
 
 TEST_F(ReflectionInterfaceTest, DisconnectingTwoAdaptersWritesOneRecordPerEndInitiatorFirst) {
@@ -478,10 +477,8 @@ TEST_F(ReflectionInterfaceTest, DisconnectingTwoAdaptersWritesOneRecordPerEndIni
   iModule.Unregister(iService.Handle());
   const std::vector<host::LogRecord> records = FrameworkRecords();
   ASSERT_EQ(2u, records.size());
-  ExpectHandshakeRecord(records[0], "Unregister", 65, iService.Handle(),
-                        static_cast<IMicroHostSensorMale*>(&iService));
-  ExpectHandshakeRecord(records[1], "Unregister", 65, iModule.Handle(),
-                        static_cast<IMicroHostSensorFemale*>(&iModule));
+  ExpectHandshakeRecord(records[0], "Unregister", 65, iService.Handle(), static_cast<IMicroHostSensorMale*>(&iService));
+  ExpectHandshakeRecord(records[1], "Unregister", 65, iModule.Handle(), static_cast<IMicroHostSensorFemale*>(&iModule));
 }
 
 TEST_F(ReflectionInterfaceTest, HandshakeRecordIsAskedForUnderTheFrameworkTagAndInfo) {
@@ -490,20 +487,19 @@ TEST_F(ReflectionInterfaceTest, HandshakeRecordIsAskedForUnderTheFrameworkTagAnd
   const std::vector<std::string>& calls = host::CLogFacility::Instance().Calls();
   ASSERT_FALSE(calls.empty());
   EXPECT_EQ("IsEnabled(3,4)", calls[0]);
-  EXPECT_EQ(
-      (std::vector<std::string>{
-          "IsEnabled(3,4)",
-          "Open(logging::categories::Info,logging::FeatureFw,Register,1,include/ReflectionInterface.h,43)",
-          "Append(text:()",
-          "Append(ptr:0x0)",
-          "Append(text: ()",
-          "Append(ptr:0x0)",
-          "Append(text:))",
-          "Append(text:))",
-          "AppendLineEnd(\n)",
-          "Close()",
-      }),
-      calls);
+  EXPECT_EQ((std::vector<std::string>{
+                "IsEnabled(3,4)",
+                "Open(logging::categories::Info,logging::FeatureFw,Register,1,include/ReflectionInterface.h,43)",
+                "Append(text:()",
+                "Append(ptr:0x0)",
+                "Append(text: ()",
+                "Append(ptr:0x0)",
+                "Append(text:))",
+                "Append(text:))",
+                "AppendLineEnd(\n)",
+                "Close()",
+            }),
+            calls);
 }
 
 TEST_F(ReflectionInterfaceTest, HandshakeRecordPassesTheControlsAnswerOn) {
@@ -651,8 +647,12 @@ TYPED_TEST(HandlerLayoutTest, HandlerTableHoldsHandshakeThenAvailabilityThenCall
   void (Handler::*registerCallback)(Peer&) = &Handler::_RegisterCallback;
   void (Handler::*unregisterCallback)(Peer&) = &Handler::_UnregisterCallback;
 
-  const TSlot slots[] = {SlotOf(reg),         SlotOf(unreg),           SlotOf(available),
-                         SlotOf(unavailable), SlotOf(registerCallback), SlotOf(unregisterCallback)};
+  const TSlot slots[] = {SlotOf(reg),
+                         SlotOf(unreg),
+                         SlotOf(available),
+                         SlotOf(unavailable),
+                         SlotOf(registerCallback),
+                         SlotOf(unregisterCallback)};
   for (size_t i = 0; i < sizeof slots / sizeof slots[0]; ++i) {
     EXPECT_TRUE(slots[i].isVirtual) << i;
     EXPECT_EQ(i + 3, slots[i].slot) << i;
@@ -667,8 +667,7 @@ TYPED_TEST(HandlerLayoutTest, OwnPartFollowsTheHandshakePartWithItsOwnTable) {
   EXPECT_EQ(static_cast<ptrdiff_t>(2 * sizeof(void*)), ownOffset);  // table pointer and iPeer
 
   void (Handler::*registerCallback)(Peer&) = static_cast<void (Handler::*)(Peer&)>(&TypeParam::_RegisterCallback);
-  void (Handler::*unregisterCallback)(Peer&) =
-      static_cast<void (Handler::*)(Peer&)>(&TypeParam::_UnregisterCallback);
+  void (Handler::*unregisterCallback)(Peer&) = static_cast<void (Handler::*)(Peer&)>(&TypeParam::_UnregisterCallback);
   EXPECT_EQ(3u, SlotOf(registerCallback).slot);
   EXPECT_EQ(ownOffset, SlotOf(registerCallback).adjustment);
   EXPECT_EQ(4u, SlotOf(unregisterCallback).slot);

@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "ContractConstants.h"
 #include "CSensorStore.h"
+#include "ContractConstants.h"
 #include "RecordFormat.h"
 #include "TestHost.h"
 
@@ -322,8 +322,7 @@ TEST_F(SensorStoreTest, PutDataWhileNotAllSensorsAreSubscribedDeliversAndLogsNot
   ClearRecords();
   store->PutData(0, MakeSample(1));
   EXPECT_TRUE(client.Samples().empty());
-  EXPECT_EQ((std::vector<std::string>{std::string("Interface 169 ") + kPutData + ": Handle: <u8:0>"}),
-            StoreRecords());
+  EXPECT_EQ((std::vector<std::string>{std::string("Interface 169 ") + kPutData + ": Handle: <u8:0>"}), StoreRecords());
 }
 
 TEST_F(SensorStoreTest, PutDataOnceAllSensorsAreSubscribedGoesToTheSensorsClients) {
@@ -341,8 +340,7 @@ TEST_F(SensorStoreTest, PutDataOnceAllSensorsAreSubscribedGoesToTheSensorsClient
   EXPECT_EQ(static_cast<IPositioningSensorFemale*>(store.get()), client.LastSender());
   EXPECT_EQ(1, Buffer(*store, 1).iCount);
   // Delivery itself writes no record.
-  EXPECT_EQ((std::vector<std::string>{std::string("Interface 169 ") + kPutData + ": Handle: <u8:1>"}),
-            StoreRecords());
+  EXPECT_EQ((std::vector<std::string>{std::string("Interface 169 ") + kPutData + ": Handle: <u8:1>"}), StoreRecords());
 }
 
 TEST_F(SensorStoreTest, PutDataDeliversOnlyTheFirstSizeValues) {

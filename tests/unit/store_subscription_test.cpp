@@ -10,8 +10,8 @@
 #include <string>
 #include <vector>
 
-#include "ContractConstants.h"
 #include "CSensorStore.h"
+#include "ContractConstants.h"
 #include "RecordFormat.h"
 #include "TestHost.h"
 
@@ -40,7 +40,9 @@ std::string AllRecord(bool aFlag) {
   return std::string("Info 125 Subscribe: All sensors are subscribed, aRequestBufferedData=<bool:") +
          (aFlag ? "true" : "false") + ">";
 }
-std::string SizeRecord(int aCount) { return "Info 133 Subscribe: bufferd data size=<i32:" + std::to_string(aCount) + ">"; }
+std::string SizeRecord(int aCount) {
+  return "Info 133 Subscribe: bufferd data size=<i32:" + std::to_string(aCount) + ">";
+}
 std::string SendingRecord(int aType) {
   return "Info 143 Subscribe: Sending buffered SensorData for sensor type: <u16:" + std::to_string(aType) + ">";
 }
@@ -60,7 +62,8 @@ Sample MakeSample(int aNumber, uint8_t aSize = 2) {
 
 // What a client receives for sample number n of sensor type aType.
 host::ReceivedSample Received(TiPositioningSensorType aType, int aNumber) {
-  return host::ReceivedSample{aType, 100000u + static_cast<uint64_t>(aNumber),
+  return host::ReceivedSample{aType,
+                              100000u + static_cast<uint64_t>(aNumber),
                               {static_cast<int16_t>(aNumber * 10), static_cast<int16_t>(aNumber * 10 + 1)}};
 }
 
@@ -280,9 +283,9 @@ TEST_F(StoreSubscriptionTest, ReplayOfAnEmptyFirstBufferSendsNothingAndReturns0)
   ClearRecords();
   EXPECT_EQ(0, iA.Subscribe(1, 0));
   EXPECT_EQ(0, iA.Subscribe(2, 1));
-  EXPECT_EQ((std::vector<std::string>{SubscribeRecord(1, 0), kNotAll, SubscribeRecord(2, 1), AllRecord(true),
-                                      SizeRecord(0)}),
-            StoreRecords());
+  EXPECT_EQ(
+      (std::vector<std::string>{SubscribeRecord(1, 0), kNotAll, SubscribeRecord(2, 1), AllRecord(true), SizeRecord(0)}),
+      StoreRecords());
   EXPECT_TRUE(iA.Samples().empty());
 }
 
@@ -325,8 +328,7 @@ TEST_F(StoreSubscriptionTest, ASubscriptionPastTheSensorCountClosesTheGateForGoo
   ClearRecords();
   EXPECT_EQ(0, iA.Subscribe(2, 1));
   EXPECT_EQ(0, iA.Subscribe(7, 1));
-  EXPECT_EQ((std::vector<std::string>{SubscribeRecord(2, 1), kNotAll, SubscribeRecord(7, 1), kNotAll}),
-            StoreRecords());
+  EXPECT_EQ((std::vector<std::string>{SubscribeRecord(2, 1), kNotAll, SubscribeRecord(7, 1), kNotAll}), StoreRecords());
   Write(0, 5, 6);
   Write(1, 7, 8);
   EXPECT_TRUE(iA.Samples().empty());
@@ -346,8 +348,7 @@ TEST_F(StoreSubscriptionTest, AClientThatLeavesAndSubscribesAgainRaisesTheCountT
   EXPECT_EQ(0, iA.Subscribe(1, 0));
   EXPECT_EQ(0, iA.Subscribe(2, 1));
   EXPECT_EQ(4, iStore->SubscriptionCount());
-  EXPECT_EQ((std::vector<std::string>{SubscribeRecord(1, 0), kNotAll, SubscribeRecord(2, 1), kNotAll}),
-            StoreRecords());
+  EXPECT_EQ((std::vector<std::string>{SubscribeRecord(1, 0), kNotAll, SubscribeRecord(2, 1), kNotAll}), StoreRecords());
   Write(0, 1, 2);
   Write(1, 3, 4);
   EXPECT_TRUE(iA.Samples().empty());
@@ -417,8 +418,7 @@ TEST_F(StoreSubscriptionTest, OnceOpenASubscriptionToAnUnknownTypeWithReplayRepl
   iA.ClearSamples();
   ClearRecords();
   EXPECT_EQ(0, iA.Subscribe(7, 1));
-  EXPECT_EQ(Join({SubscribeRecord(7, 1), AllRecord(true), SizeRecord(3)}, Repeat(SendingRecord(1), 3)),
-            StoreRecords());
+  EXPECT_EQ(Join({SubscribeRecord(7, 1), AllRecord(true), SizeRecord(3)}, Repeat(SendingRecord(1), 3)), StoreRecords());
   EXPECT_EQ(ReceivedRange(1, 1, 3), iA.Samples());
   EXPECT_EQ(2, iStore->SubscriptionCount());
 }
@@ -491,8 +491,7 @@ TEST_F(StoreSubscriptionTest, ReplayGoesToTheNewestSubscriberOfTheFirstSensorNot
   EXPECT_EQ(0, iA.Subscribe(3, 1));
   EXPECT_TRUE(iA.Samples().empty());
   EXPECT_EQ(ReceivedRange(1, 1, 2), iB.Samples());
-  EXPECT_EQ(Join({SubscribeRecord(3, 1), AllRecord(true), SizeRecord(2)}, Repeat(SendingRecord(1), 2)),
-            StoreRecords());
+  EXPECT_EQ(Join({SubscribeRecord(3, 1), AllRecord(true), SizeRecord(2)}, Repeat(SendingRecord(1), 2)), StoreRecords());
 }
 
 TEST_F(StoreSubscriptionTest, ReplayFromAnotherSensorsSubscriptionGoesToTheFirstSensorsSubscriber) {
@@ -514,8 +513,7 @@ TEST_F(StoreSubscriptionTest, ReplayTakesTheFirstSensorWhateverItsType) {
   ClearRecords();
   EXPECT_EQ(0, iA.Subscribe(1, 1));
   EXPECT_EQ(ReceivedRange(2, 1, 2), iA.Samples());
-  EXPECT_EQ(Join({SubscribeRecord(1, 1), AllRecord(true), SizeRecord(2)}, Repeat(SendingRecord(2), 2)),
-            StoreRecords());
+  EXPECT_EQ(Join({SubscribeRecord(1, 1), AllRecord(true), SizeRecord(2)}, Repeat(SendingRecord(2), 2)), StoreRecords());
 }
 
 TEST_F(StoreSubscriptionTest, ReplayReturnsTheResultOfTheLastSensorDataCall) {

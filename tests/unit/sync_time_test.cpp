@@ -8,8 +8,8 @@
 #include <vector>
 
 #include "ContractConstants.h"
-#include "SyncTime.h"
 #include "RecordFormat.h"
+#include "SyncTime.h"
 #include "TestHost.h"
 
 namespace {

@@ -4,6 +4,12 @@
 
 #include "CSensorStore.h"
 #include "ContractConstants.h"
+#include "Globals.h"
+#include "InterfaceBroker.h"
+#include "LogFacility.h"
+#include "LogSink.h"
+#include "ModuleLoader.h"
+#include "SimulatedOsal.h"
 
 namespace bench {
 
@@ -98,7 +104,7 @@ CBench::CBench(Source aSource, Logger aLogger) : iSource(aSource), iClient(aSour
   // Resetting the globals also resets the logging facility: the logger comes after.
   host::ResetGlobals();
   iLog.reset(new CLoggerSetup(aLogger));
-  host::COsal::Instance().SetNow(kLocalStart);
+  host::CSimulatedOsal::Instance().SetNow(kLocalStart);
   if (aSource == Source::External) iProperties.Set("diversity", "EXTERNAL");
   iCanRecord.TimeStamp = kPeerStart;
   iCanRecord.DistancePuls = 3;

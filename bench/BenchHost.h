@@ -11,7 +11,12 @@
 #include <string>
 
 #include "ContractConstants.h"
-#include "Host.h"
+#include "EventBroker.h"
+#include "FeatureProperties.h"
+#include "InterfaceBroker.h"
+#include "LogSink.h"
+#include "ModuleLoader.h"
+#include "SimulatedPeers.h"
 
 class CSensorStore;
 

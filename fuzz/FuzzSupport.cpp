@@ -7,6 +7,9 @@
 
 #include <algorithm>
 
+#include "InterfaceBroker.h"
+#include "SimulatedPeers.h"
+
 namespace fuzzing {
 
 namespace {

@@ -15,7 +15,8 @@
 #include <vector>
 
 #include "CSensorStore.h"
-#include "Host.h"
+#include "InterfaceBroker.h"
+#include "SimulatedPeers.h"
 
 namespace fuzzing {
 

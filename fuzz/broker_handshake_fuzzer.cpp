@@ -9,8 +9,16 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include "EventBroker.h"
+#include "FeatureProperties.h"
 #include "FuzzSupport.h"
+#include "Globals.h"
+#include "InterfaceBroker.h"
+#include "LogFacility.h"
+#include "LoggedRecord.h"
 #include "Positioning.h"
+#include "SimulatedOsal.h"
+#include "SimulatedPeers.h"
 
 namespace {
 
@@ -60,7 +68,7 @@ class CHandshakeRun {
     const bool external = (flags & 1) != 0;
     host::ResetGlobals();
     host::CLogFacility::Instance().SetEnabledAnswer((flags & 2) ? 0 : 1);
-    host::COsal::Instance().SetNow(100000);
+    host::CSimulatedOsal::Instance().SetNow(100000);
     if (external) iProperties.Set("diversity", "EXTERNAL");
     const std::string storeInstance = external ? "2" : "1";
 
@@ -262,7 +270,7 @@ class CHandshakeRun {
   void Check() {
     host::CLogFacility& log = host::CLogFacility::Instance();
     std::vector<TExpectedRecord> got;
-    for (const host::LogRecord& record : log.Records()) {
+    for (const host::LoggedRecord& record : log.Records()) {
       if (record.module == "logging::FeatureFw") {
         FUZZ_CHECK(record.category == "logging::categories::Info");
         FUZZ_CHECK(record.line == (record.function == "Register" ? 43 : 65));

@@ -9,8 +9,15 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include "EventBroker.h"
+#include "FeatureProperties.h"
 #include "FuzzSupport.h"
+#include "Globals.h"
+#include "InterfaceBroker.h"
+#include "LogFacility.h"
 #include "Positioning.h"
+#include "SimulatedOsal.h"
+#include "SimulatedPeers.h"
 
 namespace {
 
@@ -57,12 +64,12 @@ class CCanRun {
     log.SetDiscard(true);
     // A log control that wants no record must change nothing but the flag passed on.
     log.SetEnabledAnswer((flags & 1) ? 0 : 1);
-    host::COsal::Instance().SetNow(start);
+    host::CSimulatedOsal::Instance().SetNow(start);
     if (flags & 2) iProperties.Set("diversity", "CAN");
     for (size_t c = 0; c < kClients; ++c) iClients.emplace_back(new host::CPositioningClient("1"));
     iEvents.SetOnFired([this](const host::Timer& aTimer) {
       if (aTimer.eventClass == 0 && aTimer.eventId == 10)
-        iClock.lastKick = static_cast<int64_t>(host::COsal::Instance().Now());
+        iClock.lastKick = static_cast<int64_t>(host::CSimulatedOsal::Instance().Now());
     });
     if (flags & 4) AttachService();
 

@@ -11,9 +11,17 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include "EventBroker.h"
 #include "ExternalSensor.h"
+#include "FeatureProperties.h"
 #include "FuzzSupport.h"
+#include "Globals.h"
+#include "InterfaceBroker.h"
+#include "LogFacility.h"
+#include "Platform.h"
 #include "Positioning.h"
+#include "SimulatedOsal.h"
+#include "SimulatedPeers.h"
 
 namespace {
 
@@ -49,13 +57,13 @@ class CExternalRun {
     host::CLogFacility& log = host::CLogFacility::Instance();
     log.SetDiscard(true);
     log.SetEnabledAnswer((flags & 1) ? 0 : 1);
-    host::COsal::Instance().SetNow(start);
+    host::CSimulatedOsal::Instance().SetNow(start);
     iProperties.Set("diversity", "EXTERNAL");
     for (size_t c = 0; c < kClients; ++c) iClients.emplace_back(new host::CPositioningClient("2"));
     iEvents.SetOnFired([this](const host::Timer& aTimer) {
       if (aTimer.eventClass == 0 && aTimer.eventId == 10) {
         FUZZ_CHECK(iSyncExists);
-        iLastKick = static_cast<int64_t>(host::COsal::Instance().Now());
+        iLastKick = static_cast<int64_t>(host::CSimulatedOsal::Instance().Now());
       }
     });
     if (flags & 2) ToggleClockSync();
@@ -131,7 +139,7 @@ class CExternalRun {
   void ClockSyncArrived() {
     iSyncExists = true;
     iOffset = 0;
-    iLastKick = static_cast<int64_t>(host::COsal::Instance().Now());
+    iLastKick = static_cast<int64_t>(host::CSimulatedOsal::Instance().Now());
   }
 
   void ToggleClockSync() {

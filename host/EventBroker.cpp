@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "Osal.h"
+#include "SimulatedOsal.h"
 
 namespace host {
 
@@ -15,7 +15,7 @@ void CEventBroker::Reset() {
 }
 
 TBool CEventBroker::RegisterEventObserver(const TEventRegistration& aRegistration, IEventObserver* aObserver) {
-  const uint64_t now = COsal::Instance().Now();
+  const uint64_t now = CSimulatedOsal::Instance().Now();
   iCalls.push_back({true, aRegistration.eventClass, aRegistration.eventId, aRegistration.period, aRegistration.repeat,
                     aObserver, now});
   if (aObserver == nullptr) return 0;
@@ -28,7 +28,7 @@ TBool CEventBroker::RegisterEventObserver(const TEventRegistration& aRegistratio
 
 TBool CEventBroker::UnregisterEventObserver(const TEventRegistration& aRegistration, IEventObserver* aObserver) {
   iCalls.push_back({false, aRegistration.eventClass, aRegistration.eventId, aRegistration.period, 0, aObserver,
-                    COsal::Instance().Now()});
+                    CSimulatedOsal::Instance().Now()});
   const size_t before = iTimers.size();
   iTimers.erase(std::remove_if(iTimers.begin(), iTimers.end(),
                                [&](const Timer& aTimer) {
@@ -46,7 +46,7 @@ uint64_t CEventBroker::NextDue() const {
 }
 
 void CEventBroker::RunUntil(uint64_t aTime) {
-  COsal& osal = COsal::Instance();
+  CSimulatedOsal& osal = CSimulatedOsal::Instance();
   for (;;) {
     // Earliest due timer; the earlier registration first on a tie.
     const Timer* next = nullptr;
@@ -74,7 +74,7 @@ void CEventBroker::RunUntil(uint64_t aTime) {
   if (aTime > osal.Now()) osal.SetNow(aTime);
 }
 
-void CEventBroker::Advance(uint64_t aMilliseconds) { RunUntil(COsal::Instance().Now() + aMilliseconds); }
+void CEventBroker::Advance(uint64_t aMilliseconds) { RunUntil(CSimulatedOsal::Instance().Now() + aMilliseconds); }
 
 void CEventBroker::Deliver(IEventObserver* aObserver, uint32_t aClass, uint32_t aId) {
   TEvent event{aClass, aId};

@@ -1,6 +1,6 @@
 #include "Platform.h"
 
-#include "Osal.h"
+#include "SimulatedOsal.h"
 
 namespace host {
 
@@ -26,7 +26,7 @@ TBool CMainUnitIO::IsPluggedIn() {
 }
 
 TBool CMainUnitIO::SetPin(uint32_t aPin, uint32_t aLevel) {
-  PinChange change{aPin, aLevel, COsal::Instance().Now(), aLevel == 0 ? iResultLow : iResultHigh};
+  PinChange change{aPin, aLevel, CSimulatedOsal::Instance().Now(), aLevel == 0 ? iResultLow : iResultHigh};
   iPins.push_back(change);
   if (iOnPin) iOnPin(change);
   return change.result;

@@ -1,6 +1,7 @@
 #include "SimulatedPeers.h"
 
 #include "ContractConstants.h"
+#include "PeerEnd.h"
 
 namespace host {
 

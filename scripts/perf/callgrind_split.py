@@ -21,7 +21,7 @@ ALLOCATOR = re.compile(
     r"mremap_chunk|munmap_chunk|arena_\w+|__malloc_\w+|"
     r"operator new\b.*|operator delete\b.*)$")
 GROUPS = ("module", "logger", "allocator", "peers", "other")
-LOGGER = re.compile(r"CLogFacility|CNullStream|CStream|CTextLogSink|LogRecord::|LogPiece::|"
+LOGGER = re.compile(r"CLogFacility|CNullStream|CStream|CTextLogSink|LoggedRecord::|LogPiece::|KindName|"
                     r"logging::IControl|logging::internals::ILog|CategoryNumber|StripPrefix")
 
 

@@ -4,6 +4,10 @@
 #include <gtest/gtest.h>
 
 #include "ContractConstants.h"
+#include "InterfaceBroker.h"
+#include "LoggedRecord.h"
+#include "ModuleLoader.h"
+#include "SimulatedPeers.h"
 #include "TestHost.h"
 
 namespace {
@@ -208,7 +212,7 @@ TEST_F(CanDriveTest, DestructionRevokesTheServiceThenTheStoreThenStopsTheTimer) 
   EXPECT_FALSE(iService.IsConnected());
   EXPECT_FALSE(iClientA.IsConnected());
 
-  const std::vector<host::LogRecord> records = ModuleRecords();
+  const std::vector<host::LoggedRecord> records = ModuleRecords();
   ASSERT_FALSE(records.empty());
   EXPECT_EQ("virtual CPositioning::~CPositioning()", records.front().function);
   EXPECT_EQ("virtual void CCANSensor::OnInterfaceUnavailable(IMicroHostSensorMale&)", records[1].function);

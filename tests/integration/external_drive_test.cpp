@@ -4,6 +4,12 @@
 #include <gtest/gtest.h>
 
 #include "ContractConstants.h"
+#include "InterfaceBroker.h"
+#include "ModuleLoader.h"
+#include "Platform.h"
+#include "SimulatedOsal.h"
+#include "SimulatedPeers.h"
+#include "StdoutCapture.h"
 #include "TestHost.h"
 
 namespace {
@@ -62,7 +68,7 @@ TEST_F(ExternalDriveTest, ConfigurationFromTheServiceLeadsToASubscriptionOfTheCo
 
 TEST_F(ExternalDriveTest, ClockSyncServiceArrivalPulsesTheClockSyncPin) {
   Create();
-  host::COsal::Instance().SetNow(2000);
+  host::CSimulatedOsal::Instance().SetNow(2000);
   iClockSync.Attach(iBroker);
   const std::vector<host::PinChange>& pins = host::CPlatform::Instance().MainUnit().Pins();
   ASSERT_EQ(2u, pins.size());
@@ -70,13 +76,13 @@ TEST_F(ExternalDriveTest, ClockSyncServiceArrivalPulsesTheClockSyncPin) {
   EXPECT_EQ(1u, pins[0].level);
   EXPECT_EQ(7u, pins[1].pin);
   EXPECT_EQ(0u, pins[1].level);
-  EXPECT_EQ((std::vector<int>{50000}), host::COsal::Instance().Sleeps());
+  EXPECT_EQ((std::vector<int>{50000}), host::CSimulatedOsal::Instance().Sleeps());
   ASSERT_EQ(1u, iEventBroker.Timers().size());
   EXPECT_EQ(1000u, iEventBroker.Timers()[0].period);
 }
 
 TEST_F(ExternalDriveTest, CombinedRecordsReachTwoClientsInSynchronisedTime) {
-  host::COsal::Instance().SetNow(10000);
+  host::CSimulatedOsal::Instance().SetNow(10000);
   StartAll();                                          // the clock-sync arrival kicked at 10000
   ASSERT_EQ(0, iClockSync.SendTimeStampReport(7000));  // offset 3000
   ASSERT_EQ(0, iSensorService.SendSensorData(kCombined, 7100, {11, -12, 13, 2}));
@@ -86,7 +92,7 @@ TEST_F(ExternalDriveTest, CombinedRecordsReachTwoClientsInSynchronisedTime) {
 }
 
 TEST_F(ExternalDriveTest, TimerKicksPulseThePinAndNewReportsMoveTheOffset) {
-  host::COsal::Instance().SetNow(10000);
+  host::CSimulatedOsal::Instance().SetNow(10000);
   StartAll();
   iClockSync.SendTimeStampReport(7000);
   iEventBroker.RunUntil(40000);  // slow kick at 40000
@@ -98,7 +104,7 @@ TEST_F(ExternalDriveTest, TimerKicksPulseThePinAndNewReportsMoveTheOffset) {
 }
 
 TEST_F(ExternalDriveTest, LosingTheClockSyncServiceKeepsSamplesFlowingInTheServicesTime) {
-  host::COsal::Instance().SetNow(10000);
+  host::CSimulatedOsal::Instance().SetNow(10000);
   StartAll();
   iClockSync.SendTimeStampReport(7000);
   iClockSync.Detach(iBroker);

@@ -9,6 +9,15 @@
 #include <vector>
 
 #include "ContractConstants.h"
+#include "EventBroker.h"
+#include "FeatureProperties.h"
+#include "Globals.h"
+#include "InterfaceBroker.h"
+#include "LogFacility.h"
+#include "LoggedRecord.h"
+#include "ModuleLoader.h"
+#include "SimulatedOsal.h"
+#include "SimulatedPeers.h"
 #include "TestHost.h"
 
 namespace {
@@ -116,7 +125,7 @@ class FaultInjectionTest : public HostTest {
       if (IsModuleCall(call)) failureTexts.insert(ExpectedFailure(call));
     }
     std::multiset<TFailureRecord> found;
-    for (const host::LogRecord& record : ModuleRecords()) {
+    for (const host::LoggedRecord& record : ModuleRecords()) {
       const TFailureRecord key(record.function, record.Message());
       if (failureTexts.count(key) != 0) found.insert(key);
     }
@@ -190,7 +199,7 @@ TEST_F(FaultInjectionTest, BrokerThatFailsEverythingLeavesEveryFailureTextOnce) 
 
 struct TRun {
   std::vector<ReceivedSample> samples;
-  std::vector<host::LogRecord> records;
+  std::vector<host::LoggedRecord> records;
 };
 
 class LogControlTest : public FaultInjectionTest {
@@ -198,7 +207,7 @@ class LogControlTest : public FaultInjectionTest {
   TRun Drive(const std::string& aDiversity, TBool aAnswer) {
     host::ResetGlobals();
     host::CLogFacility::Instance().SetEnabledAnswer(aAnswer);
-    host::COsal::Instance().SetNow(100000);
+    host::CSimulatedOsal::Instance().SetNow(100000);
     host::CInterfaceBroker broker;
     host::CEventBroker events;
     host::CFeatureProperties properties;
@@ -248,8 +257,8 @@ class LogControlTest : public FaultInjectionTest {
     EXPECT_EQ(wanted.samples, unwanted.samples);
     ASSERT_EQ(wanted.records.size(), unwanted.records.size());
     for (size_t i = 0; i < wanted.records.size(); ++i) {
-      const host::LogRecord& a = wanted.records[i];
-      const host::LogRecord& b = unwanted.records[i];
+      const host::LoggedRecord& a = wanted.records[i];
+      const host::LoggedRecord& b = unwanted.records[i];
       // The same records, with the same pieces, opened, ended and closed alike; only
       // the control's answer passed on differs.
       EXPECT_EQ(a.category, b.category);
@@ -281,7 +290,7 @@ class MidReplayTest : public FaultInjectionTest {
   void Start(const std::string& aDiversity, int aRecords) {
     iExternal = aDiversity == "EXTERNAL";
     iProperties.Set("diversity", aDiversity);
-    host::COsal::Instance().SetNow(100000);
+    host::CSimulatedOsal::Instance().SetNow(100000);
     iMicroHost.Attach(iBroker);
     iService.Attach(iBroker);
     iClockSync.Attach(iBroker);

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 
 #include "ContractConstants.h"
+#include "InterfaceBroker.h"
+#include "ModuleLoader.h"
 #include "TestHost.h"
 
 namespace {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "ContractConstants.h"
+#include "ModuleLoader.h"
 #include "TestHost.h"
 
 namespace {

@@ -1,12 +1,15 @@
 #include "RecordFormat.h"
 
+#include "EventBroker.h"
+#include "LoggedRecord.h"
+
 namespace testing_host {
 
-std::string Brief(const host::LogRecord& aRecord) {
+std::string Brief(const host::LoggedRecord& aRecord) {
   return aRecord.CategoryName() + "|" + aRecord.function + "|" + aRecord.Message();
 }
 
-std::string TypedSummary(const host::LogRecord& aRecord) {
+std::string TypedSummary(const host::LoggedRecord& aRecord) {
   std::string message;
   for (size_t i = 1; i + 1 < aRecord.pieces.size(); ++i) {
     const host::LogPiece& piece = aRecord.pieces[i];
@@ -43,7 +46,7 @@ std::string TypedSummary(const host::LogRecord& aRecord) {
   return aRecord.CategoryName() + " " + std::to_string(aRecord.line) + " " + aRecord.function + ": " + message;
 }
 
-std::vector<host::PieceKind> MessageKinds(const host::LogRecord& aRecord) {
+std::vector<host::PieceKind> MessageKinds(const host::LoggedRecord& aRecord) {
   std::vector<host::PieceKind> kinds;
   for (size_t i = 1; i + 1 < aRecord.pieces.size(); ++i) kinds.push_back(aRecord.pieces[i].kind);
   return kinds;

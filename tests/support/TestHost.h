@@ -7,7 +7,10 @@
 #include <string>
 #include <vector>
 
-#include "Host.h"
+#include "EventBroker.h"
+#include "FeatureProperties.h"
+#include "InterfaceBroker.h"
+#include "LoggedRecord.h"
 
 namespace testing_host {
 
@@ -18,9 +21,9 @@ class HostTest : public ::testing::Test {
   void TearDown() override;
 
   // Records written so far by the module's own code (tag logging::Positioning).
-  std::vector<host::LogRecord> ModuleRecords() const;
+  std::vector<host::LoggedRecord> ModuleRecords() const;
   // Every record so far, framework ones included.
-  const std::vector<host::LogRecord>& AllRecords() const;
+  const std::vector<host::LoggedRecord>& AllRecords() const;
   // Messages of the module's records, in order.
   std::vector<std::string> ModuleMessages() const;
   void ClearRecords();
@@ -33,7 +36,7 @@ class HostTest : public ::testing::Test {
 
 // "Info Positioning CPositioning 44 Diversity: CAN": category, function, line and
 // message of a record, for compact expectations.
-std::string Describe(const host::LogRecord& aRecord);
+std::string Describe(const host::LoggedRecord& aRecord);
 
 // Path of the built libPositioning.so.
 std::string ModulePath();

@@ -12,7 +12,14 @@
 
 #include "CANSensor.h"
 #include "ContractConstants.h"
+#include "EventBroker.h"
+#include "InterfaceBroker.h"
+#include "LogFacility.h"
+#include "LogSink.h"
+#include "LoggedRecord.h"
 #include "RecordFormat.h"
+#include "SimulatedOsal.h"
+#include "SimulatedPeers.h"
 #include "TestHost.h"
 
 namespace {
@@ -32,7 +39,7 @@ const char kPutDataTrace[] = "virtual TAny CSensorStore::PutData(TUint8, CSensor
 // One ordered account of what the source does toward the brokers and the log.
 class CTimeline : public host::ILogSink {
  public:
-  void OnRecord(const host::LogRecord& aRecord) override {
+  void OnRecord(const host::LoggedRecord& aRecord) override {
     if (aRecord.module == "logging::Positioning") iEntries.push_back("log " + Brief(aRecord));
   }
   void Add(const std::string& aEntry) { iEntries.push_back(aEntry); }
@@ -114,7 +121,7 @@ class CanSensorTest : public HostTest {
 
   std::vector<std::string> Briefs() const {
     std::vector<std::string> briefs;
-    for (const host::LogRecord& record : ModuleRecords()) briefs.push_back(Brief(record));
+    for (const host::LoggedRecord& record : ModuleRecords()) briefs.push_back(Brief(record));
     return briefs;
   }
 
@@ -132,7 +139,7 @@ class CanSensorTest : public HostTest {
     return sample;
   }
 
-  static host::COsal& Osal() { return host::COsal::Instance(); }
+  static host::CSimulatedOsal& Osal() { return host::CSimulatedOsal::Instance(); }
 
   CTimeline iTimeline;
   CRecordingBroker iRecordingBroker{iBroker, iTimeline};
@@ -219,7 +226,7 @@ TEST_F(CanSensorTest, ConstructorWritesOnlyTheTimeBaseRecords) {
 TEST_F(CanSensorTest, FailedRequestIsLoggedAtInfoAndConstructionGoesOn) {
   iBroker.FailCall(0);
   SensorPtr sensor = MakeSensor();
-  const std::vector<host::LogRecord> records = ModuleRecords();
+  const std::vector<host::LoggedRecord> records = ModuleRecords();
   ASSERT_FALSE(records.empty());
   EXPECT_EQ(std::string("Info|CCANSensor|") + kRequestFailed, Brief(records[0]));
   EXPECT_NE(std::string::npos, records[0].file.find("Positioning/src/CANSensor")) << records[0].file;
@@ -277,7 +284,7 @@ TEST_F(CanSensorTest, FailedRevokeLogsTheRequestsTextUnderTheDestructor) {
   iBroker.FailCall(2);  // the destructor's revoke of the service
   ClearRecords();
   sensor.reset();
-  const std::vector<host::LogRecord> records = ModuleRecords();
+  const std::vector<host::LoggedRecord> records = ModuleRecords();
   ASSERT_EQ(1u, records.size());
   EXPECT_EQ(std::string("Info|~CCANSensor|") + kRequestFailed, Brief(records[0]));
   EXPECT_NE(std::string::npos, records[0].file.find("Positioning/src/CANSensor")) << records[0].file;
@@ -481,7 +488,7 @@ TEST_F(CanSensorDataTest, SensorDataWritesTheTraceTheFiveFieldsAndBothPutDataRec
 
 TEST_F(CanSensorDataTest, FieldRecordsUseTheFieldsOwnPieceKinds) {
   iService.SendSensorData(Record(1200, 7, -3, 0x21, 4));
-  const std::vector<host::LogRecord> records = ModuleRecords();
+  const std::vector<host::LoggedRecord> records = ModuleRecords();
   ASSERT_EQ(8u, records.size());
   EXPECT_EQ((std::vector<PieceKind>{}), MessageKinds(records[0]));
   EXPECT_EQ("()", records[0].Text());
@@ -489,7 +496,7 @@ TEST_F(CanSensorDataTest, FieldRecordsUseTheFieldsOwnPieceKinds) {
   const char* labels[] = {"AngularRate      : ", "DistancePuls     : ", "DrivingDirection : ", "TimeStamp        : ",
                           "NrOfSamples      : "};
   for (size_t i = 0; i < 5; ++i) {
-    const host::LogRecord& record = records[i + 1];
+    const host::LoggedRecord& record = records[i + 1];
     EXPECT_EQ((std::vector<PieceKind>{PieceKind::Text, kinds[i]}), MessageKinds(record)) << Brief(record);
     EXPECT_EQ(labels[i], record.pieces[1].text);
     EXPECT_EQ(19u, record.pieces[1].text.size());

@@ -9,6 +9,8 @@
 
 #include "ContractConstants.h"
 #include "ExternalSensor.h"
+#include "LoggedRecord.h"
+#include "SimulatedPeers.h"
 #include "TestHost.h"
 
 namespace {
@@ -29,7 +31,7 @@ const char kSubscriptionFailed[] = "Subscription to positioning sensor failed!";
 const char kNotAvailable[] = "iHalvikPositioningSensorFemale is not available...";
 
 // "Info Configuration (Configuration Size        : 2)"
-std::string Summary(const host::LogRecord& aRecord) {
+std::string Summary(const host::LoggedRecord& aRecord) {
   return aRecord.CategoryName() + " " + aRecord.function + " " + aRecord.Text();
 }
 
@@ -66,17 +68,17 @@ class ExternalSensorConfigurationTest : public HostTest {
   }
 
   // The module's records from the Configuration entry trace on.
-  std::vector<host::LogRecord> ConfigurationRecords() const {
-    std::vector<host::LogRecord> records = ModuleRecords();
+  std::vector<host::LoggedRecord> ConfigurationRecords() const {
+    std::vector<host::LoggedRecord> records = ModuleRecords();
     for (size_t i = 0; i < records.size(); ++i) {
       if (records[i].function == kConfigurationTrace)
-        return std::vector<host::LogRecord>(records.begin() + i, records.end());
+        return std::vector<host::LoggedRecord>(records.begin() + i, records.end());
     }
-    return std::vector<host::LogRecord>();
+    return std::vector<host::LoggedRecord>();
   }
   std::vector<std::string> ConfigurationSummaries() const {
     std::vector<std::string> summaries;
-    for (const host::LogRecord& record : ConfigurationRecords()) summaries.push_back(Summary(record));
+    for (const host::LoggedRecord& record : ConfigurationRecords()) summaries.push_back(Summary(record));
     return summaries;
   }
   static std::string Trace() { return std::string("Interface ") + kConfigurationTrace + " ()"; }
@@ -100,7 +102,7 @@ TEST_F(ExternalSensorConfigurationTest, ConfigurationLogsTheSizeThenIndexAndType
                 Info(kSubscribed),
             }),
             ConfigurationSummaries());
-  for (const host::LogRecord& record : ConfigurationRecords()) {
+  for (const host::LoggedRecord& record : ConfigurationRecords()) {
     EXPECT_EQ("Positioning/src/ExternalSensor.cpp", record.file);
     EXPECT_EQ("logging::Positioning", record.module);
   }
@@ -110,9 +112,9 @@ TEST_F(ExternalSensorConfigurationTest, TheSizeIsAnUnsigned8BitNumberTheIndexA32
   iService.Attach(iBroker);
   ClearRecords();
   iService.SendConfiguration({Entry(contract::kCombinedRecord)});
-  const std::vector<host::LogRecord> records = ConfigurationRecords();
+  const std::vector<host::LoggedRecord> records = ConfigurationRecords();
   ASSERT_EQ(5u, records.size());
-  const auto expectPieces = [](const host::LogRecord& aRecord, const char* aText, PieceKind aKind, int64_t aNumber) {
+  const auto expectPieces = [](const host::LoggedRecord& aRecord, const char* aText, PieceKind aKind, int64_t aNumber) {
     ASSERT_EQ(4u, aRecord.pieces.size());
     EXPECT_EQ("(", aRecord.pieces[0].text);
     EXPECT_EQ(PieceKind::Text, aRecord.pieces[1].kind);

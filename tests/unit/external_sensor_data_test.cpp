@@ -12,6 +12,10 @@
 
 #include "ContractConstants.h"
 #include "ExternalSensor.h"
+#include "LoggedRecord.h"
+#include "SimulatedOsal.h"
+#include "SimulatedPeers.h"
+#include "StdoutCapture.h"
 #include "TestHost.h"
 
 namespace {
@@ -29,7 +33,7 @@ const char kUnknownType[] = "Unknown positioning sensor type!";
 const uint64_t k2To32 = 0x100000000ull;
 
 // "Info SensorData (, 32768, 1, 2, 3, 4, 1000, )"
-std::string Summary(const host::LogRecord& aRecord) {
+std::string Summary(const host::LoggedRecord& aRecord) {
   return aRecord.CategoryName() + " " + aRecord.function + " " + aRecord.Text();
 }
 
@@ -48,7 +52,7 @@ class ExternalSensorDataTest : public HostTest {
     HostTest::SetUp();
     iSensor.reset(new CExternalSensor(iFeatureId, iBroker, iEventBroker));
     // The kick on availability takes the local time 10000.
-    host::COsal::Instance().SetNow(10000);
+    host::CSimulatedOsal::Instance().SetNow(10000);
     iClockSync.Attach(iBroker);
     iPositioning.Attach(iBroker);
     // A client of both sensors opens the store's delivery.
@@ -74,7 +78,7 @@ class ExternalSensorDataTest : public HostTest {
 
   std::vector<std::string> Summaries() const {
     std::vector<std::string> summaries;
-    for (const host::LogRecord& record : ModuleRecords()) summaries.push_back(Summary(record));
+    for (const host::LoggedRecord& record : ModuleRecords()) summaries.push_back(Summary(record));
     return summaries;
   }
   CSensorStore::TSensorData Last(TiPositioningSensorType aType) const {
@@ -97,7 +101,7 @@ TEST_F(ExternalSensorDataTest, EachRecordIsLoggedThenItsTwoSamplesArePutSensorOn
   Send(1000);
   EXPECT_EQ((std::vector<std::string>{"Info SensorData (, 32768, 1, 2, 3, 4, 1000, )", PutData(0), PutData(1)}),
             Summaries());
-  const host::LogRecord record = ModuleRecords().at(0);
+  const host::LoggedRecord record = ModuleRecords().at(0);
   EXPECT_EQ("logging::Positioning", record.module);
   EXPECT_EQ("Positioning/src/ExternalSensor.cpp", record.file);
   EXPECT_EQ("\n", record.lineEnd);
@@ -105,7 +109,7 @@ TEST_F(ExternalSensorDataTest, EachRecordIsLoggedThenItsTwoSamplesArePutSensorOn
 
 TEST_F(ExternalSensorDataTest, TheInfoRecordCarriesTypeValuesAndTimeStampInTheirStreamSlots) {
   SendPrinting(kCombined, 1000, {-5, 300, -32768, 32767});
-  const host::LogRecord record = ModuleRecords().at(0);
+  const host::LoggedRecord record = ModuleRecords().at(0);
   struct Piece {
     PieceKind kind;
     int64_t number;
@@ -142,7 +146,7 @@ TEST_F(ExternalSensorDataTest, TheInfoRecordCarriesTypeValuesAndTimeStampInTheir
 
 TEST_F(ExternalSensorDataTest, TheInfoRecordShowsTheLow32BitsOfTheTimeStampAsASignedNumber) {
   SendPrinting(kCombined, 0x180000001ull, {1, 2, 3, 4});
-  const host::LogRecord record = ModuleRecords().at(0);
+  const host::LoggedRecord record = ModuleRecords().at(0);
   ASSERT_EQ(15u, record.pieces.size());
   EXPECT_EQ(PieceKind::I32, record.pieces[12].kind);
   EXPECT_EQ(-2147483647, record.pieces[12].number);
@@ -362,10 +366,10 @@ TEST_P(ExternalSensorShortRecordTest, IsSupervisedThenDroppedWithAnErrorAndNothi
                 "Error SensorData (Combined record dropped, values expected 4, received: " + std::to_string(size) + ")",
             }),
             Summaries());
-  const host::LogRecord error = ModuleRecords().at(1);
+  const host::LoggedRecord error = ModuleRecords().at(1);
   ASSERT_EQ(4u, error.pieces.size());
   EXPECT_EQ(PieceKind::U8, error.pieces[2].kind);
-  for (const host::LogRecord& record : ModuleRecords()) {
+  for (const host::LoggedRecord& record : ModuleRecords()) {
     for (const host::LogPiece& piece : record.pieces) EXPECT_NE(kBehind, piece.number);
   }
   EXPECT_EQ(2000u, iSensor->LastTimeStamp());
@@ -414,7 +418,7 @@ TEST_F(ExternalSensorDataTest, AfterAClockSyncMeasurementSamplesCarryTheTimeStam
 }
 
 TEST_F(ExternalSensorDataTest, TheOffsetIsAddedIn64Bits) {
-  host::COsal::Instance().SetNow(3 * k2To32);
+  host::CSimulatedOsal::Instance().SetNow(3 * k2To32);
   iSensor->SyncTimeBase()->KickSyncTime();
   iClockSync.SendTimeStampReport(1000);
   Send(k2To32 + 2000);
@@ -442,7 +446,7 @@ TEST_F(ExternalSensorDataTest, TimeStampReportLogsTheValueAndSetsTheMeasuredTime
                 "Info2 SetMeasuredTime (iSyncedTime=6000)",
             }),
             Summaries());
-  const host::LogRecord report = ModuleRecords().at(0);
+  const host::LoggedRecord report = ModuleRecords().at(0);
   ASSERT_EQ(4u, report.pieces.size());
   EXPECT_EQ(PieceKind::U32, report.pieces[2].kind);
   EXPECT_EQ("Positioning/src/ExternalSensor.cpp", report.file);

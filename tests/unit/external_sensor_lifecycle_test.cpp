@@ -8,8 +8,16 @@
 #include <vector>
 
 #include "ContractConstants.h"
+#include "EventBroker.h"
 #include "ExternalSensor.h"
+#include "InterfaceBroker.h"
+#include "LogFacility.h"
+#include "LogSink.h"
+#include "LoggedRecord.h"
 #include "MainUnitSync.h"
+#include "Platform.h"
+#include "SimulatedOsal.h"
+#include "SimulatedPeers.h"
 #include "TestHost.h"
 
 namespace {
@@ -34,7 +42,7 @@ const char kSensorUnavailableTrace[] =
 
 // "Info ExternalSensor.cpp CExternalSensor (IArdenClockSync received)": category, source
 // file name, function text and the framed message of a record.
-std::string Summary(const host::LogRecord& aRecord) {
+std::string Summary(const host::LoggedRecord& aRecord) {
   const size_t slash = aRecord.file.find_last_of('/');
   const std::string file = slash == std::string::npos ? aRecord.file : aRecord.file.substr(slash + 1);
   return aRecord.CategoryName() + " " + file + " " + aRecord.function + " " + aRecord.Text();
@@ -55,9 +63,9 @@ std::string CallSummary(const BrokerCall& aCall) {
 class CProgressSink : public host::ILogSink {
  public:
   explicit CProgressSink(const host::CInterfaceBroker& aBroker) : iBroker(aBroker) {}
-  void OnRecord(const host::LogRecord& aRecord) override {
-    iSeen.push_back(aRecord.Message() + " | init " + std::to_string(host::COsal::Instance().InitCount()) + " | calls " +
-                    std::to_string(iBroker.Calls().size()));
+  void OnRecord(const host::LoggedRecord& aRecord) override {
+    iSeen.push_back(aRecord.Message() + " | init " + std::to_string(host::CSimulatedOsal::Instance().InitCount()) +
+                    " | calls " + std::to_string(iBroker.Calls().size()));
   }
   std::vector<std::string> iSeen;
 
@@ -89,7 +97,7 @@ class ExternalSensorLifecycleTest : public HostTest {
 
   std::vector<std::string> Summaries() const {
     std::vector<std::string> summaries;
-    for (const host::LogRecord& record : ModuleRecords()) summaries.push_back(Summary(record));
+    for (const host::LoggedRecord& record : ModuleRecords()) summaries.push_back(Summary(record));
     return summaries;
   }
   std::vector<std::string> ModuleCalls() const {
@@ -136,7 +144,7 @@ TEST_F(ExternalSensorLifecycleTest, ConstructorWritesItsEntryTraceThenOneReceive
                 "Info ExternalSensor.cpp CExternalSensor (IHalvikPositioningSensorFemale received)",
             }),
             Summaries());
-  for (const host::LogRecord& record : ModuleRecords()) {
+  for (const host::LoggedRecord& record : ModuleRecords()) {
     EXPECT_EQ(kSourceFile, record.file);
     EXPECT_EQ("\n", record.lineEnd);
     EXPECT_TRUE(record.closed);
@@ -145,7 +153,7 @@ TEST_F(ExternalSensorLifecycleTest, ConstructorWritesItsEntryTraceThenOneReceive
 
 TEST_F(ExternalSensorLifecycleTest, TheEntryTraceHasAnEmptyMessage) {
   Create();
-  const host::LogRecord entry = ModuleRecords().at(0);
+  const host::LoggedRecord entry = ModuleRecords().at(0);
   ASSERT_EQ(2u, entry.pieces.size());
   EXPECT_EQ("(", entry.pieces[0].text);
   EXPECT_EQ(")", entry.pieces[1].text);
@@ -185,7 +193,7 @@ TEST_F(ExternalSensorLifecycleTest, TheTickCounterIsInitialisedAfterTheEntryTrac
                 "IHalvikPositioningSensorFemale received | init 1 | calls 2",
             }),
             sink.iSeen);
-  EXPECT_EQ(1, host::COsal::Instance().InitCount());
+  EXPECT_EQ(1, host::CSimulatedOsal::Instance().InitCount());
 }
 
 TEST_F(ExternalSensorLifecycleTest, AFailedClockSyncRequestIsAnErrorAndConstructionGoesOn) {
@@ -311,7 +319,7 @@ TEST_F(ExternalSensorLifecycleTest, ARecordArrivingDuringConstructionStaysTheSup
 // Clock-sync availability
 
 TEST_F(ExternalSensorLifecycleTest, ClockSyncAvailabilityCreatesAMainUnitSyncAndKicksIt) {
-  host::COsal::Instance().SetNow(5000);
+  host::CSimulatedOsal::Instance().SetNow(5000);
   CExternalSensor& sensor = Create();
   ClearRecords();
   ASSERT_EQ(1, iClockSync.Attach(iBroker));
@@ -344,7 +352,7 @@ TEST_F(ExternalSensorLifecycleTest, ClockSyncAvailabilityStartsTheOneSecondTimer
   EXPECT_EQ(1u, pins[0].level);
   EXPECT_EQ(7u, pins[1].pin);
   EXPECT_EQ(0u, pins[1].level);
-  EXPECT_EQ((std::vector<int>{50000}), host::COsal::Instance().Sleeps());
+  EXPECT_EQ((std::vector<int>{50000}), host::CSimulatedOsal::Instance().Sleeps());
 }
 
 TEST_F(ExternalSensorLifecycleTest, ClockSyncUnavailabilityDeletesTheTimeBaseAndUnregistersItsTimer) {
@@ -367,7 +375,7 @@ TEST_F(ExternalSensorLifecycleTest, TwoClockSyncReportsWithoutAnUnavailabilityCr
   CExternalSensor& sensor = Create();
   sensor.OnInterfaceAvailable(static_cast<IArdenClockSyncFemale&>(iClockSync));
   CSyncTime* first = sensor.SyncTimeBase();
-  host::COsal::Instance().SetNow(1234);
+  host::CSimulatedOsal::Instance().SetNow(1234);
   sensor.OnInterfaceAvailable(static_cast<IArdenClockSyncFemale&>(iClockSync));
   EXPECT_EQ(first, sensor.SyncTimeBase());
   EXPECT_EQ(1234, sensor.SyncTimeBase()->CurrentTime());
@@ -381,12 +389,12 @@ TEST_F(ExternalSensorLifecycleTest, TwoClockSyncReportsWithoutAnUnavailabilityCr
 
 TEST_F(ExternalSensorLifecycleTest, ClockSyncGoingAndComingBackReplacesTheTimeBaseWithAFreshOne) {
   CExternalSensor& sensor = Create();
-  host::COsal::Instance().SetNow(10000);
+  host::CSimulatedOsal::Instance().SetNow(10000);
   iClockSync.Attach(iBroker);
   iClockSync.SendTimeStampReport(4000);
   ASSERT_EQ(6000, sensor.SyncTimeBase()->GetSyncTime());
   iClockSync.Detach(iBroker);
-  host::COsal::Instance().SetNow(20000);
+  host::CSimulatedOsal::Instance().SetNow(20000);
   iClockSync.Attach(iBroker);
   ASSERT_NE(nullptr, sensor.SyncTimeBase());
   EXPECT_EQ(0, sensor.SyncTimeBase()->GetSyncTime());
@@ -467,7 +475,7 @@ TEST_F(ExternalSensorLifecycleTest, ClockSyncLeavingDoesNotDisturbThePositioning
 
 TEST_F(ExternalSensorLifecycleTest, PositioningSensorLeavingDoesNotDisturbTheClockSyncPair) {
   CExternalSensor& sensor = Create();
-  host::COsal::Instance().SetNow(9000);
+  host::CSimulatedOsal::Instance().SetNow(9000);
   iClockSync.Attach(iBroker);
   iPositioning.Attach(iBroker);
   iPositioning.Detach(iBroker);

@@ -7,19 +7,21 @@
 #include <vector>
 
 #include "ContractConstants.h"
+#include "EventBroker.h"
+#include "SimulatedOsal.h"
 #include "TestHost.h"
 
 namespace {
 
-using host::COsal;
+using host::CSimulatedOsal;
 
 // Notes every event with the clock at delivery; may act inside OnEvent.
 class Observer : public IEventObserver {
  public:
   explicit Observer(std::vector<std::string>& aJournal, const std::string& aName) : iJournal(aJournal), iName(aName) {}
   void OnEvent(const TEvent& aEvent) override {
-    iJournal.push_back(iName + "@" + std::to_string(COsal::Instance().Now()) + ":" + std::to_string(aEvent.eventClass) +
-                       "/" + std::to_string(aEvent.eventId));
+    iJournal.push_back(iName + "@" + std::to_string(CSimulatedOsal::Instance().Now()) + ":" +
+                       std::to_string(aEvent.eventClass) + "/" + std::to_string(aEvent.eventId));
     if (iInside) iInside();
   }
   std::function<void()> iInside;
@@ -40,11 +42,11 @@ class EventBrokerTest : public testing_host::HostTest {
 };
 
 TEST_F(EventBrokerTest, PeriodicTimerFiresEveryPeriodWithTheClockAtItsDueTime) {
-  COsal::Instance().SetNow(500);
+  CSimulatedOsal::Instance().SetNow(500);
   Register(iA, 1000);
   iEventBroker.RunUntil(3600);
   EXPECT_EQ((std::vector<std::string>{"A@1500:0/10", "A@2500:0/10", "A@3500:0/10"}), iJournal);
-  EXPECT_EQ(3600u, COsal::Instance().Now());
+  EXPECT_EQ(3600u, CSimulatedOsal::Instance().Now());
 }
 
 TEST_F(EventBrokerTest, TimersOfDifferentPeriodsInterleaveInTimeOrder) {
@@ -87,7 +89,7 @@ TEST_F(EventBrokerTest, ObserverMayReRegisterInsideItsEvent) {
 }
 
 TEST_F(EventBrokerTest, CallsAreRecordedWithTheClock) {
-  COsal::Instance().SetNow(42);
+  CSimulatedOsal::Instance().SetNow(42);
   Register(iA, 1000);
   iEventBroker.UnregisterEventObserver(TEventRegistration{contract::kSyncEventClass, contract::kSyncEventId, 0, 0},
                                        &iA);

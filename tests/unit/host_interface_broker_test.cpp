@@ -3,6 +3,9 @@
 #include <gtest/gtest.h>
 
 #include "ContractConstants.h"
+#include "InterfaceBroker.h"
+#include "PeerEnd.h"
+#include "SimulatedPeers.h"
 #include "TestHost.h"
 
 namespace {

@@ -4,12 +4,15 @@
 
 #include <stdio.h>
 
+#include "LogFacility.h"
+#include "LogSink.h"
+#include "LoggedRecord.h"
 #include "TestHost.h"
 
 namespace {
 
 using host::CLogFacility;
-using host::LogRecord;
+using host::LoggedRecord;
 using host::PieceKind;
 
 // Writes one record the way a module does.
@@ -30,7 +33,7 @@ class HostLogTest : public testing_host::HostTest {};
 TEST_F(HostLogTest, RecordKeepsEverythingTheModuleGave) {
   WriteRecord("logging::categories::Info", 4, -7);
   ASSERT_EQ(1u, AllRecords().size());
-  const LogRecord& record = AllRecords()[0];
+  const LoggedRecord& record = AllRecords()[0];
   EXPECT_EQ("logging::categories::Info", record.category);
   EXPECT_EQ("logging::Positioning", record.module);
   EXPECT_EQ("Fn", record.function);

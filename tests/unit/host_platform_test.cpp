@@ -3,12 +3,16 @@
 
 #include <stdio.h>
 
+#include "OSAL.h"
+#include "Platform.h"
+#include "SimulatedOsal.h"
+#include "StdoutCapture.h"
 #include "TestHost.h"
 
 namespace {
 
-using host::COsal;
 using host::CPlatform;
+using host::CSimulatedOsal;
 
 class HostPlatformTest : public testing_host::HostTest {};
 
@@ -18,7 +22,7 @@ TEST_F(HostPlatformTest, PlatformDeviceReachesTheSimulatedIo) {
 }
 
 TEST_F(HostPlatformTest, PinsAreRecordedWithTheClockAndAnsweredAsConfigured) {
-  COsal::Instance().SetNow(77);
+  CSimulatedOsal::Instance().SetNow(77);
   CPlatform::Instance().MainUnit().SetPinResult(1, 0);
   EXPECT_EQ(0, CPDDevice::Instance().MainUnitIO().SetPin(7, 1));
   EXPECT_EQ(1, CPDDevice::Instance().MainUnitIO().SetPin(7, 0));
@@ -48,16 +52,16 @@ TEST_F(HostPlatformTest, PlugStateAndTriggerAnswerAsConfigured) {
 
 TEST_F(HostPlatformTest, OsalTickIsTheSimulatedClockAndSleepsAreRecorded) {
   EXPECT_EQ(0, OSALTickInit());
-  COsal::Instance().SetNow(1234);
+  CSimulatedOsal::Instance().SetNow(1234);
   EXPECT_EQ(1234u, OSALTickCount());
   platSleep(50000);
   EXPECT_EQ(1234u, OSALTickCount());
-  EXPECT_EQ((std::vector<int>{50000}), COsal::Instance().Sleeps());
-  EXPECT_EQ(1, COsal::Instance().InitCount());
+  EXPECT_EQ((std::vector<int>{50000}), CSimulatedOsal::Instance().Sleeps());
+  EXPECT_EQ(1, CSimulatedOsal::Instance().InitCount());
 }
 
 TEST_F(HostPlatformTest, SleepCanMoveTheClock) {
-  COsal::Instance().SetSleepAdvancesClock(true);
+  CSimulatedOsal::Instance().SetSleepAdvancesClock(true);
   platSleep(50000);
   EXPECT_EQ(50u, OSALTickCount());
 }

@@ -13,7 +13,10 @@
 
 #include "CANSensor.h"
 #include "ExternalSensor.h"
+#include "InterfaceBroker.h"
+#include "LogFacility.h"
 #include "LogRecord.h"
+#include "LoggedRecord.h"
 #include "Positioning.h"
 #include "TestHost.h"
 
@@ -29,14 +32,14 @@ host::CLogFacility& Facility() { return host::CLogFacility::Instance(); }
 class LogContractTest : public HostTest {
  protected:
   // The one record written so far.
-  const host::LogRecord& OnlyRecord() {
+  const host::LoggedRecord& OnlyRecord() {
     EXPECT_EQ(1u, AllRecords().size());
-    static const host::LogRecord kNone;
+    static const host::LoggedRecord kNone;
     return AllRecords().empty() ? kNone : AllRecords().front();
   }
   // The one piece between the framing brackets of the only record.
   host::LogPiece OnlyPiece() {
-    const host::LogRecord& record = OnlyRecord();
+    const host::LoggedRecord& record = OnlyRecord();
     EXPECT_EQ(3u, record.pieces.size());
     if (record.pieces.size() != 3) return host::LogPiece{host::PieceKind::Text, 0, "", nullptr};
     return record.pieces[1];
@@ -80,13 +83,13 @@ TEST_F(LogContractTest, RecordIsOpenedWithTheCategoryAndModuleTagTexts) {
   CLogRecord(positioning::EInfo, "Probe", kProbeFile, 2);
   CLogRecord(positioning::EInfo2, "Probe", kProbeFile, 3);
   CLogRecord(positioning::EInterface, "Probe", kProbeFile, 4);
-  const std::vector<host::LogRecord>& records = AllRecords();
+  const std::vector<host::LoggedRecord>& records = AllRecords();
   ASSERT_EQ(4u, records.size());
   EXPECT_EQ("logging::categories::Error", records[0].category);
   EXPECT_EQ("logging::categories::Info", records[1].category);
   EXPECT_EQ("logging::categories::Info2", records[2].category);
   EXPECT_EQ("logging::categories::Interface", records[3].category);
-  for (const host::LogRecord& record : records) EXPECT_EQ("logging::Positioning", record.module);
+  for (const host::LoggedRecord& record : records) EXPECT_EQ("logging::Positioning", record.module);
 }
 
 TEST_F(LogContractTest, RecordIsOpenedWithTheFunctionFileAndLineGiven) {
@@ -155,7 +158,7 @@ TEST_F(LogContractTest, AnyNonZeroFlagWordKeepsTheRecordOpen) {
 TEST_F(LogContractTest, EmptyMessageIsWrittenAsBracketsThenTheLineEnd) {
   Facility().SetTraceCalls(true);
   CLogRecord(positioning::EInterface, "CProbe::CProbe()", kProbeFile, 12);
-  const host::LogRecord& record = OnlyRecord();
+  const host::LoggedRecord& record = OnlyRecord();
   ASSERT_EQ(2u, record.pieces.size());
   EXPECT_EQ(host::PieceKind::Text, record.pieces[0].kind);
   EXPECT_EQ("(", record.pieces[0].text);
@@ -172,7 +175,7 @@ TEST_F(LogContractTest, EmptyMessageIsWrittenAsBracketsThenTheLineEnd) {
 
 TEST_F(LogContractTest, PiecesAreAppendedInTheOrderWrittenBetweenTheBrackets) {
   CLogRecord(positioning::EInfo, "Probe", kProbeFile, 12).Text("a=").I32(-1).Text(", b=").U8(2);
-  const host::LogRecord& record = OnlyRecord();
+  const host::LoggedRecord& record = OnlyRecord();
   ASSERT_EQ(6u, record.pieces.size());
   EXPECT_EQ("(", record.pieces.front().text);
   EXPECT_EQ(")", record.pieces.back().text);
@@ -281,7 +284,7 @@ TEST_F(LogContractTest, EachPieceTypeIsTracedOnItsOwnSlot) {
 // "Category function file | message" of the records whose message reports a failure.
 std::vector<std::string> FailureRecords() {
   std::vector<std::string> found;
-  for (const host::LogRecord& record : Facility().RecordsOf("logging::Positioning")) {
+  for (const host::LoggedRecord& record : Facility().RecordsOf("logging::Positioning")) {
     const std::string message = record.Message();
     if (message.find("failed") == std::string::npos && message.find("Failed") == std::string::npos) continue;
     found.push_back(record.CategoryName() + " " + record.function + " " + record.file + " | " + message);

@@ -11,8 +11,13 @@
 
 #include "CANSensor.h"
 #include "ContractConstants.h"
+#include "EventBroker.h"
+#include "LogFacility.h"
+#include "LoggedRecord.h"
 #include "MainUnitSync.h"
+#include "Platform.h"
 #include "RecordFormat.h"
+#include "SimulatedOsal.h"
 #include "TestHost.h"
 
 namespace {
@@ -42,7 +47,7 @@ class MainUnitSyncTest : public HostTest {
  protected:
   std::vector<std::string> Briefs() const {
     std::vector<std::string> briefs;
-    for (const host::LogRecord& record : ModuleRecords()) briefs.push_back(Brief(record));
+    for (const host::LoggedRecord& record : ModuleRecords()) briefs.push_back(Brief(record));
     return briefs;
   }
 
@@ -60,7 +65,7 @@ class MainUnitSyncTest : public HostTest {
 
   static host::CMainUnitIO& MainUnit() { return host::CPlatform::Instance().MainUnit(); }
   static host::CCanMicroIO& CanMicro() { return host::CPlatform::Instance().CanMicro(); }
-  static host::COsal& Osal() { return host::COsal::Instance(); }
+  static host::CSimulatedOsal& Osal() { return host::CSimulatedOsal::Instance(); }
 
   // The records a connected main unit's kick writes at aNow after a kick at aPrevious.
   static std::vector<std::string> PulseRecords(int64_t aPrevious, int64_t aNow) {
@@ -180,7 +185,7 @@ TEST_F(MainUnitSyncTest, KickWritesTheTraceTheBaseKickAndOneRecordPerPinChange) 
   Osal().SetNow(1000);
   sync->KickSyncTime();
   EXPECT_EQ(PulseRecords(0, 1000), Briefs());
-  const std::vector<host::LogRecord> records = ModuleRecords();
+  const std::vector<host::LoggedRecord> records = ModuleRecords();
   ASSERT_EQ(5u, records.size());
   EXPECT_EQ((std::vector<PieceKind>{PieceKind::Text, PieceKind::I64}), MessageKinds(records[0]));
   EXPECT_EQ("Current Time : ", records[0].pieces[1].text);
@@ -190,7 +195,7 @@ TEST_F(MainUnitSyncTest, KickWritesTheTraceTheBaseKickAndOneRecordPerPinChange) 
   for (size_t i : {1u, 2u}) {
     EXPECT_NE(std::string::npos, records[i].file.find("Positioning/src/SyncTime")) << records[i].file;
   }
-  for (const host::LogRecord& record : records) {
+  for (const host::LoggedRecord& record : records) {
     EXPECT_EQ("logging::Positioning", record.module);
     EXPECT_TRUE(record.closed);
     EXPECT_EQ("\n", record.lineEnd);

@@ -10,6 +10,9 @@
 #include "CANSensor.h"
 #include "ContractConstants.h"
 #include "ExternalSensor.h"
+#include "InterfaceBroker.h"
+#include "LogFacility.h"
+#include "LoggedRecord.h"
 #include "Positioning.h"
 #include "TestHost.h"
 
@@ -23,7 +26,7 @@ const char kConstructor[] =
 const char kDestructor[] = "virtual CPositioning::~CPositioning()";
 
 // Everything a record carries, on one line, so that a whole sequence compares at once.
-std::string Full(const host::LogRecord& aRecord) {
+std::string Full(const host::LoggedRecord& aRecord) {
   return aRecord.category + " | " + aRecord.module + " | " + aRecord.function + " | " + aRecord.file + ":" +
          std::to_string(aRecord.line) + " | " + aRecord.Text() + (aRecord.lineEnd == "\n" ? " | \\n" : " | ?") +
          (aRecord.closed ? "" : " | open");
@@ -44,7 +47,7 @@ std::string DiversityRecord(const std::string& aValue) {
 // Records written from the feature's own source file, in order.
 std::vector<std::string> FeatureRecords() {
   std::vector<std::string> found;
-  for (const host::LogRecord& record : host::CLogFacility::Instance().Records()) {
+  for (const host::LoggedRecord& record : host::CLogFacility::Instance().Records()) {
     if (record.file.find("Positioning/src/Positioning.") != std::string::npos) found.push_back(Full(record));
   }
   return found;
@@ -271,7 +274,7 @@ TEST_F(PositioningFeatureTest, EmptyDiversityDestructionDeletesNothing) { Expect
 
 TEST_F(PositioningFeatureTest, EmptyDiversityRecordEndsWithTheLabel) {
   CPositioning* feature = CreateWithDiversity("");
-  const std::vector<host::LogRecord> records = ModuleRecords();
+  const std::vector<host::LoggedRecord> records = ModuleRecords();
   ASSERT_EQ(2u, records.size());
   EXPECT_EQ("(Diversity: )", records[1].Text());
   Destroy(feature);
@@ -304,7 +307,7 @@ TEST_F(PositioningFeatureTest, TheSourceIsCreatedOnlyAfterItsCreationRecord) {
   ASSERT_FALSE(broker.iRecordsAtCall.empty());
   // Entry trace, "Diversity: CAN" and the creation record come before the first request.
   EXPECT_EQ(3u, broker.iRecordsAtCall.front());
-  const std::vector<host::LogRecord>& records = AllRecords();
+  const std::vector<host::LoggedRecord>& records = AllRecords();
   for (size_t i = 3; i < records.size(); ++i) {
     EXPECT_EQ(std::string::npos, records[i].file.find("Positioning/src/Positioning.")) << Full(records[i]);
   }

@@ -20,9 +20,12 @@
 #include "IHalvikPositioningSensor.h"
 #include "IMicroHostSensor.h"
 #include "IPositioningSensor.h"
+#include "LogFacility.h"
+#include "LoggedRecord.h"
 #include "MemberSlot.h"
 #include "PeerEnd.h"
 #include "ReflectionInterface.h"
+#include "SimulatedPeers.h"
 #include "TestHost.h"
 
 namespace {
@@ -150,12 +153,12 @@ class CJournalledService : public host::CPeerEnd<IMicroHostSensorMale> {
 // ---------------------------------------------------------------------------------
 // Record helpers
 
-std::vector<host::LogRecord> FrameworkRecords() {
+std::vector<host::LoggedRecord> FrameworkRecords() {
   return host::CLogFacility::Instance().RecordsOf("logging::FeatureFw");
 }
 
 // Expects the handshake record form: "(" peer " (" converted ")" ")" and the line end.
-void ExpectHandshakeRecord(const host::LogRecord& aRecord, const char* aFunction, int aLine, const void* aPeer,
+void ExpectHandshakeRecord(const host::LoggedRecord& aRecord, const char* aFunction, int aLine, const void* aPeer,
                            const void* aConverted) {
   EXPECT_EQ("logging::categories::Info", aRecord.category);
   EXPECT_EQ("logging::FeatureFw", aRecord.module);
@@ -281,7 +284,7 @@ TEST_F(ReflectionInterfaceTest, RegisterWhileConnectedIsRefusedEvenForADifferent
 
 TEST_F(ReflectionInterfaceTest, RegisterOfNullLogsTwoNullPointersAndAnswersFalse) {
   EXPECT_EQ(0, iModule.Register(nullptr));
-  const std::vector<host::LogRecord> records = FrameworkRecords();
+  const std::vector<host::LoggedRecord> records = FrameworkRecords();
   ASSERT_EQ(1u, records.size());
   ExpectHandshakeRecord(records[0], "Register", 43, nullptr, nullptr);
   EXPECT_EQ(nullptr, iModule.ConnectedPeer());
@@ -298,7 +301,7 @@ TEST_F(ReflectionInterfaceTest, RegisterOfAPeerOfAnotherPairLogsANullConversionA
   host::CClockSyncService clockSync;
   IReflectionInterface* wrong = static_cast<IReflectionInterface*>(&clockSync);
   EXPECT_EQ(0, iModule.Register(wrong));
-  const std::vector<host::LogRecord> records = FrameworkRecords();
+  const std::vector<host::LoggedRecord> records = FrameworkRecords();
   ASSERT_EQ(1u, records.size());
   ExpectHandshakeRecord(records[0], "Register", 43, wrong, nullptr);
   EXPECT_FALSE(clockSync.IsConnected());
@@ -382,7 +385,7 @@ TEST_F(ReflectionInterfaceTest, AHostPeerGoingAwayDisconnectsTheAdapter) {
 TEST_F(ReflectionInterfaceTest, UnregisterOfNullOnAConnectedHandlerLogsAndAnswersTrueButStaysConnected) {
   ConnectModuleAndService();
   EXPECT_EQ(1, iModule.Unregister(nullptr));
-  const std::vector<host::LogRecord> records = FrameworkRecords();
+  const std::vector<host::LoggedRecord> records = FrameworkRecords();
   ASSERT_EQ(1u, records.size());
   ExpectHandshakeRecord(records[0], "Unregister", 65, nullptr, nullptr);
   EXPECT_EQ(iService.Handle(), iModule.ConnectedPeer());
@@ -396,7 +399,7 @@ TEST_F(ReflectionInterfaceTest, UnregisterOfNullOnAConnectedHandlerLogsAndAnswer
 TEST_F(ReflectionInterfaceTest, UnregisterOfADifferentPeerLogsAndAnswersFalse) {
   ConnectModuleAndService();
   EXPECT_EQ(0, iModule.Unregister(iHostService.Handle()));
-  const std::vector<host::LogRecord> records = FrameworkRecords();
+  const std::vector<host::LoggedRecord> records = FrameworkRecords();
   ASSERT_EQ(1u, records.size());
   ExpectHandshakeRecord(records[0], "Unregister", 65, iHostService.Handle(), iHostService.AsPeer());
   EXPECT_EQ(iService.Handle(), iModule.ConnectedPeer());
@@ -410,7 +413,7 @@ TEST_F(ReflectionInterfaceTest, UnregisterOfAPeerOfAnotherPairLogsANullConversio
   host::CClockSyncService clockSync;
   IReflectionInterface* wrong = static_cast<IReflectionInterface*>(&clockSync);
   EXPECT_EQ(0, iModule.Unregister(wrong));
-  const std::vector<host::LogRecord> records = FrameworkRecords();
+  const std::vector<host::LoggedRecord> records = FrameworkRecords();
   ASSERT_EQ(1u, records.size());
   ExpectHandshakeRecord(records[0], "Unregister", 65, wrong, nullptr);
   EXPECT_EQ(iService.Handle(), iModule.ConnectedPeer());
@@ -440,7 +443,7 @@ TEST_F(ReflectionInterfaceTest, AHandlerConnectsAgainAfterDisconnection) {
 
 TEST_F(ReflectionInterfaceTest, RegisterRecordCarriesThePeerAndItsConvertedPointer) {
   iModule.Register(iHostService.Handle());
-  const std::vector<host::LogRecord> records = FrameworkRecords();
+  const std::vector<host::LoggedRecord> records = FrameworkRecords();
   ASSERT_EQ(1u, records.size());  // the host's end writes none
   // The two pointers differ: the peer interface is not the end's first base.
   ASSERT_NE(static_cast<const void*>(iHostService.Handle()), static_cast<const void*>(iHostService.AsPeer()));
@@ -450,7 +453,7 @@ TEST_F(ReflectionInterfaceTest, RegisterRecordCarriesThePeerAndItsConvertedPoint
 TEST_F(ReflectionInterfaceTest, UnregisterRecordCarriesThePeerAndItsConvertedPointer) {
   ConnectModuleAndHostService();
   iModule.Unregister(iHostService.Handle());
-  const std::vector<host::LogRecord> records = FrameworkRecords();
+  const std::vector<host::LoggedRecord> records = FrameworkRecords();
   ASSERT_EQ(1u, records.size());
   ExpectHandshakeRecord(records[0], "Unregister", 65, iHostService.Handle(), iHostService.AsPeer());
 }
@@ -466,7 +469,7 @@ TEST_F(ReflectionInterfaceTest, HandshakeRecordTextEndsInTwoClosingBrackets) {
 
 TEST_F(ReflectionInterfaceTest, ConnectingTwoAdaptersWritesOneRecordPerEndInitiatorFirst) {
   iModule.Register(iService.Handle());
-  const std::vector<host::LogRecord> records = FrameworkRecords();
+  const std::vector<host::LoggedRecord> records = FrameworkRecords();
   ASSERT_EQ(2u, records.size());
   ExpectHandshakeRecord(records[0], "Register", 43, iService.Handle(), static_cast<IMicroHostSensorMale*>(&iService));
   ExpectHandshakeRecord(records[1], "Register", 43, iModule.Handle(), static_cast<IMicroHostSensorFemale*>(&iModule));
@@ -475,7 +478,7 @@ TEST_F(ReflectionInterfaceTest, ConnectingTwoAdaptersWritesOneRecordPerEndInitia
 TEST_F(ReflectionInterfaceTest, DisconnectingTwoAdaptersWritesOneRecordPerEndInitiatorFirst) {
   ConnectModuleAndService();
   iModule.Unregister(iService.Handle());
-  const std::vector<host::LogRecord> records = FrameworkRecords();
+  const std::vector<host::LoggedRecord> records = FrameworkRecords();
   ASSERT_EQ(2u, records.size());
   ExpectHandshakeRecord(records[0], "Unregister", 65, iService.Handle(), static_cast<IMicroHostSensorMale*>(&iService));
   ExpectHandshakeRecord(records[1], "Unregister", 65, iModule.Handle(), static_cast<IMicroHostSensorFemale*>(&iModule));
@@ -603,7 +606,7 @@ TEST_F(ExternalSensorPairsTest, APeerOfOnePairIsAWrongPairForTheOtherPart) {
   EXPECT_EQ(0, iSensor->PositioningSensorHandler()->Unregister(clockSync));
   EXPECT_TRUE(iPositioning.IsConnected());
   EXPECT_TRUE(iClockSync.IsConnected());
-  const std::vector<host::LogRecord> records = FrameworkRecords();
+  const std::vector<host::LoggedRecord> records = FrameworkRecords();
   ASSERT_EQ(1u, records.size());
   ExpectHandshakeRecord(records[0], "Unregister", 65, clockSync, nullptr);
 }

@@ -12,7 +12,11 @@
 
 #include "CSensorStore.h"
 #include "ContractConstants.h"
+#include "InterfaceBroker.h"
+#include "LoggedRecord.h"
 #include "RecordFormat.h"
+#include "SimulatedPeers.h"
+#include "StdoutCapture.h"
 #include "TestHost.h"
 
 namespace {
@@ -59,7 +63,7 @@ class SensorStoreTest : public testing_host::HostTest {
   // The store's records so far, each checked for framing, tag and source file.
   std::vector<std::string> StoreRecords() const {
     std::vector<std::string> summaries;
-    for (const host::LogRecord& record : ModuleRecords()) {
+    for (const host::LoggedRecord& record : ModuleRecords()) {
       EXPECT_EQ("logging::Positioning", record.module);
       EXPECT_NE(std::string::npos, record.file.find("Positioning/src/CSensorStore")) << record.file;
       EXPECT_GE(record.pieces.size(), 2u);

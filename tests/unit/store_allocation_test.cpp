@@ -21,6 +21,9 @@
 
 #include "CSensorStore.h"
 #include "ExternalSensor.h"
+#include "InterfaceBroker.h"
+#include "LogFacility.h"
+#include "StdoutCapture.h"
 #include "TestHost.h"
 
 #if defined(__SANITIZE_ADDRESS__)

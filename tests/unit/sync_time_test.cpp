@@ -8,7 +8,10 @@
 #include <vector>
 
 #include "ContractConstants.h"
+#include "EventBroker.h"
+#include "LoggedRecord.h"
 #include "RecordFormat.h"
+#include "SimulatedOsal.h"
 #include "SyncTime.h"
 #include "TestHost.h"
 
@@ -39,7 +42,7 @@ class SyncTimeTest : public HostTest {
  protected:
   std::vector<std::string> Briefs() const {
     std::vector<std::string> briefs;
-    for (const host::LogRecord& record : ModuleRecords()) briefs.push_back(Brief(record));
+    for (const host::LoggedRecord& record : ModuleRecords()) briefs.push_back(Brief(record));
     return briefs;
   }
 
@@ -51,7 +54,7 @@ class SyncTimeTest : public HostTest {
 
   // Every record so far is a closed, framed record of the time base's source.
   void ExpectWellFormedRecords() const {
-    for (const host::LogRecord& record : AllRecords()) {
+    for (const host::LoggedRecord& record : AllRecords()) {
       EXPECT_EQ("logging::Positioning", record.module) << Brief(record);
       EXPECT_NE(std::string::npos, record.file.find("Positioning/src/SyncTime")) << record.file;
       EXPECT_TRUE(record.closed) << Brief(record);
@@ -62,16 +65,16 @@ class SyncTimeTest : public HostTest {
     }
   }
 
-  void SetNow(uint64_t aNow) { host::COsal::Instance().SetNow(aNow); }
+  void SetNow(uint64_t aNow) { host::CSimulatedOsal::Instance().SetNow(aNow); }
 };
 
 // --- Construction --------------------------------------------------------------------
 
 TEST_F(SyncTimeTest, ConstructorPreparesTheTickCounterEveryTime) {
   CSyncTime first;
-  EXPECT_EQ(1, host::COsal::Instance().InitCount());
+  EXPECT_EQ(1, host::CSimulatedOsal::Instance().InitCount());
   CSyncTime second;
-  EXPECT_EQ(2, host::COsal::Instance().InitCount());
+  EXPECT_EQ(2, host::CSimulatedOsal::Instance().InitCount());
 }
 
 TEST_F(SyncTimeTest, ConstructorStartsUnsynchronisedWithoutBrokerAndWithoutRecords) {
@@ -80,7 +83,7 @@ TEST_F(SyncTimeTest, ConstructorStartsUnsynchronisedWithoutBrokerAndWithoutRecor
   EXPECT_EQ(0, time.GetSyncTime());
   EXPECT_EQ(nullptr, time.EventBroker());
   EXPECT_TRUE(AllRecords().empty());
-  EXPECT_EQ(0u, host::COsal::Instance().TickCountCalls());
+  EXPECT_EQ(0u, host::CSimulatedOsal::Instance().TickCountCalls());
 }
 
 TEST_F(SyncTimeTest, GetSyncTimeAnswersZeroBeforeAnyAcceptedMeasurementAndWritesNoRecord) {
@@ -183,7 +186,7 @@ TEST_F(SyncTimeTest, OnEventIgnoresClassZeroWithAnotherId) {
   SetNow(1234);
   for (uint32_t id : {0u, 9u, 11u, 0xFFFFFFFFu}) iEventBroker.Deliver(&time, 0, id);
   EXPECT_EQ(0, time.CurrentTime());
-  EXPECT_EQ(0u, host::COsal::Instance().TickCountCalls());
+  EXPECT_EQ(0u, host::CSimulatedOsal::Instance().TickCountCalls());
   const std::string entry = std::string("Interface|") + kOnEventTrace + "|OnEvent";
   EXPECT_EQ((std::vector<std::string>{entry, entry, entry, entry}), Briefs());
 }
@@ -203,7 +206,7 @@ TEST_F(SyncTimeTest, OnEventKicksThroughTheVirtualTable) {
   iEventBroker.Deliver(&time, contract::kSyncEventClass, contract::kSyncEventId);
   EXPECT_EQ(1, time.iKicks);
   // The overriding kick ran instead of the base one: no local time was read.
-  EXPECT_EQ(0u, host::COsal::Instance().TickCountCalls());
+  EXPECT_EQ(0u, host::CSimulatedOsal::Instance().TickCountCalls());
   EXPECT_EQ(
       (std::vector<std::string>{std::string("Interface|") + kOnEventTrace + "|OnEvent", "Info|OnEvent|KickSyncTime"}),
       Briefs());
@@ -233,7 +236,7 @@ TEST_F(SyncTimeTest, KickSyncTimeReadsTheTickAnswersTrueAndLogs) {
   SetNow(777);
   EXPECT_EQ(1, time.KickSyncTime());
   EXPECT_EQ(777, time.CurrentTime());
-  EXPECT_EQ(1u, host::COsal::Instance().TickCountCalls());
+  EXPECT_EQ(1u, host::CSimulatedOsal::Instance().TickCountCalls());
   EXPECT_EQ((std::vector<std::string>{std::string("Interface|") + kKickTrace + "|",
                                       "Info|getDateTimeInMS|iCurrentTime = 777"}),
             Briefs());
@@ -247,7 +250,7 @@ TEST_F(SyncTimeTest, GetDateTimeInMSSetsAndReturnsTheTickWithSpacedEqualsSign) {
   SetNow(0x123456789ULL);
   EXPECT_EQ(0x123456789LL, time.getDateTimeInMS());
   EXPECT_EQ(0x123456789LL, time.CurrentTime());
-  const std::vector<host::LogRecord> records = ModuleRecords();
+  const std::vector<host::LoggedRecord> records = ModuleRecords();
   ASSERT_EQ(1u, records.size());
   EXPECT_EQ("Info|getDateTimeInMS|iCurrentTime = 4886718345", Brief(records[0]));
   EXPECT_EQ((std::vector<PieceKind>{PieceKind::Text, PieceKind::I64}), MessageKinds(records[0]));
@@ -264,7 +267,7 @@ TEST_F(SyncTimeTest, FirstMeasurementWritesEntrySwitchAndOffsetRecordsWithoutSpa
   time.KickSyncTime();
   ClearRecords();
   time.SetMeasuredTime(1000);
-  const std::vector<host::LogRecord> records = ModuleRecords();
+  const std::vector<host::LoggedRecord> records = ModuleRecords();
   ASSERT_EQ(3u, records.size());
   EXPECT_EQ(std::string("Interface|") + kSetMeasuredTimeTrace + "|iCurrentTime=5000 aTime=1000", Brief(records[0]));
   EXPECT_EQ("Info2|SetMeasuredTime|iCurrentTime=5000 aTime=1000", Brief(records[1]));
@@ -424,7 +427,7 @@ TEST_F(SyncTimeTest, WhileTheOffsetStaysZeroEveryMeasurementRegistersTheSlowTime
   EXPECT_EQ(1u, iEventBroker.Timers().size());
   // Each re-registration logs the switch again.
   size_t switches = 0;
-  for (const host::LogRecord& record : ModuleRecords()) {
+  for (const host::LoggedRecord& record : ModuleRecords()) {
     if (record.CategoryName() == "Info2" && record.Message().find("aTime=") != std::string::npos) ++switches;
   }
   EXPECT_EQ(2u, switches);

@@ -4,7 +4,9 @@
 #include <stdio.h>
 #include <string.h>
 
-#include "HostLog.h"
+#include "LogFacility.h"
+#include "LogSink.h"
+#include "LoggedRecord.h"
 
 #ifdef POSITIONING_SIM_DLT
 #include <dlt.h>
@@ -60,7 +62,7 @@ class CDlt : public ILogOutput, public host::ILogSink {
     DLT_UNREGISTER_CONTEXT(iModule);
     DLT_UNREGISTER_APP();
   }
-  void OnRecord(const host::LogRecord& aRecord) override {
+  void OnRecord(const host::LoggedRecord& aRecord) override {
     const uint32_t category = host::CategoryNumber(aRecord.category);
     if ((category & iMask) == 0) return;
     DltLogLevelType level = DLT_LOG_VERBOSE;

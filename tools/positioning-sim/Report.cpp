@@ -8,6 +8,8 @@
 
 #include <fstream>
 
+#include "SimulatedPeers.h"
+
 namespace sim {
 
 namespace {

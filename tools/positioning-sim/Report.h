@@ -7,6 +7,7 @@
 #include <string>
 #include <vector>
 
+#include "SimulatedPeers.h"
 #include "Simulation.h"
 
 namespace sim {

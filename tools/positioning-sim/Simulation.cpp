@@ -7,6 +7,12 @@
 #include <cmath>
 #include <fstream>
 
+#include "EventBroker.h"
+#include "ModuleLoader.h"
+#include "Platform.h"
+#include "SimulatedOsal.h"
+#include "SimulatedPeers.h"
+
 namespace sim {
 
 namespace {
@@ -85,7 +91,7 @@ CSimulation::~CSimulation() {
   if (iFeature != nullptr) host::CModuleLoader::Destroy(iFeature);
   // The host's globals must not call back into a simulation that is gone.
   host::CPlatform::Instance().MainUnit().SetOnPin(nullptr);
-  host::COsal::Instance().SetRealSleep(false);
+  host::CSimulatedOsal::Instance().SetRealSleep(false);
 }
 
 void CSimulation::At(uint64_t aTime, std::function<void()> aAction) { iQueue.push({aTime, iOrder++, std::move(aAction)}); }
@@ -125,7 +131,7 @@ void CSimulation::ScheduleDrive() {
 
 void CSimulation::SendRecord(size_t aIndex) {
   const DriveRecord& record = iDrive[aIndex];
-  const uint64_t now = host::COsal::Instance().Now();
+  const uint64_t now = host::CSimulatedOsal::Instance().Now();
   const bool present = iKind == SourceKind::Can ? iMicroHost.IsConnected() : iExternal.IsConnected();
   if (!present) {
     ++iSummary.recordsNotSent;
@@ -348,7 +354,7 @@ void CSimulation::CompareReceived(const char* aWhat) {
     if (soak.firstDeliveryError.empty()) {
       char at[64];
       snprintf(at, sizeof at, " at %.1f s: expected ",
-               static_cast<double>(host::COsal::Instance().Now() - kLocalStart) / 1000.0);
+               static_cast<double>(host::CSimulatedOsal::Instance().Now() - kLocalStart) / 1000.0);
       soak.firstDeliveryError =
           std::string(aWhat) + at + Describe(iExpectedNow) + "; received " + Describe(iReceivedNow);
     }
@@ -396,7 +402,7 @@ void CSimulation::TrimHostHistory() {
   mainUnit.Reset();
   mainUnit.SetPluggedIn(!iOptions.mainUnitUnplugged);
   mainUnit.SetOnPin(iPinObserver);
-  host::COsal& osal = host::COsal::Instance();
+  host::CSimulatedOsal& osal = host::CSimulatedOsal::Instance();
   const uint64_t now = osal.Now();
   osal.Reset();
   osal.SetNow(now);
@@ -417,7 +423,7 @@ void CSimulation::Progress(bool aFinal) {
   if (aFinal && !iProgressShown) return;
   iLastProgress = wall;
   iProgressShown = true;
-  const double simulated = static_cast<double>(host::COsal::Instance().Now() - kLocalStart) / 1000.0;
+  const double simulated = static_cast<double>(host::CSimulatedOsal::Instance().Now() - kLocalStart) / 1000.0;
   const double total = static_cast<double>(iEndTime + kTearDownDelay - kLocalStart) / 1000.0;
   fprintf(stderr, "\rpositioning-sim: %.1f / %.1f s simulated, %llu records fed%s", simulated, total,
           static_cast<unsigned long long>(iSummary.recordsFed), aFinal ? "\n" : "");
@@ -429,7 +435,7 @@ bool CSimulation::Run(std::string& aError) {
     aError = iLoader.Error();
     return false;
   }
-  host::COsal& osal = host::COsal::Instance();
+  host::CSimulatedOsal& osal = host::CSimulatedOsal::Instance();
   osal.SetNow(kLocalStart);
   osal.SetRealSleep(iOptions.realtime);
   host::CPlatform::Instance().MainUnit().SetPluggedIn(!iOptions.mainUnitUnplugged);
@@ -439,8 +445,8 @@ bool CSimulation::Run(std::string& aError) {
   // service answers each rising CLK_SYNC pulse.
   iEvents.SetOnFired([this](const host::Timer& aTimer) {
     if (iKind == SourceKind::Can && aTimer.eventClass == 0 && aTimer.eventId == 10) {
-      iModelKick = static_cast<int64_t>(host::COsal::Instance().Now());
-      AnswerKick(host::COsal::Instance().Now());
+      iModelKick = static_cast<int64_t>(host::CSimulatedOsal::Instance().Now());
+      AnswerKick(host::CSimulatedOsal::Instance().Now());
     }
   });
   iPinObserver = [this](const host::PinChange& aChange) {
@@ -491,7 +497,7 @@ bool CSimulation::Run(std::string& aError) {
       iQueue.pop();
       event.action();
     }
-    if (iOptions.soak && host::COsal::Instance().Now() >= iNextRssSample) {
+    if (iOptions.soak && host::CSimulatedOsal::Instance().Now() >= iNextRssSample) {
       SampleRss();
       iNextRssSample += kRssPeriod;
     }

@@ -14,8 +14,13 @@
 #include <vector>
 
 #include "Drive.h"
-#include "Host.h"
+#include "EventBroker.h"
+#include "FeatureProperties.h"
+#include "InterfaceBroker.h"
+#include "ModuleLoader.h"
+#include "Platform.h"
 #include "SimOptions.h"
+#include "SimulatedPeers.h"
 
 namespace sim {
 

@@ -13,6 +13,7 @@
 #include "Report.h"
 #include "SimOptions.h"
 #include "Simulation.h"
+#include "StdoutCapture.h"
 
 namespace {
 

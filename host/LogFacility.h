@@ -1,10 +1,11 @@
 // The simulated head unit's logging facility: the control, the logger and the record
-// streams behind logging::IControl() and logging::internals::ILog().
+// streams behind logging::IControl() and logging::internals::ILog(), and how tests and
+// tools steer them.
 //
 // Every record is kept with its typed pieces (for tests), and can also be handed to
 // sinks that write it somewhere (a readable text file, DLT).
-#ifndef HOST_HOST_LOG_H
-#define HOST_HOST_LOG_H
+#ifndef HOST_LOG_FACILITY_H
+#define HOST_LOG_FACILITY_H
 
 #include <stdint.h>
 
@@ -12,67 +13,11 @@
 #include <string>
 #include <vector>
 
-#include "ContractConstants.h"
+#include "LogSink.h"
+#include "LoggedRecord.h"
 #include "Logging.h"
 
 namespace host {
-
-// Stream slot a piece arrived through.
-enum class PieceKind { Bool, U8, I16, U16, I32, U32, I64, Text, Pointer };
-
-// One appended piece. Numbers keep their value in `number` (signed kinds sign-extended).
-struct LogPiece {
-  PieceKind kind;
-  int64_t number;
-  std::string text;     // Text
-  const void* pointer;  // Pointer
-  // The piece as a log line shows it.
-  std::string Render() const;
-};
-
-// One record as the module wrote it.
-struct LogRecord {
-  std::string category;  // "logging::categories::Info"
-  std::string module;    // "logging::Positioning"
-  std::string function;
-  int32_t enabled = 0;  // what the control answered and the module passed on
-  std::string file;
-  int line = 0;
-  std::vector<LogPiece> pieces;  // everything appended before the line end
-  std::string lineEnd;           // what AppendLineEnd received
-  bool closed = false;
-
-  // All pieces rendered, brackets included: "(Diversity: CAN)".
-  std::string Text() const;
-  // The message inside the framing brackets: "Diversity: CAN".
-  std::string Message() const;
-  // Short category name: "Info".
-  std::string CategoryName() const;
-  // One readable line: "Info Positioning CPositioning Positioning/src/Positioning.cpp:44 (Diversity: CAN)".
-  std::string Line() const;
-};
-
-// Receives every closed record.
-class ILogSink {
- public:
-  virtual ~ILogSink() {}
-  virtual void OnRecord(const LogRecord& aRecord) = 0;
-};
-
-// Writes each record whose category is in the mask as one readable line.
-class CTextLogSink : public ILogSink {
- public:
-  // aFile stays the caller's.
-  CTextLogSink(FILE* aFile, uint32_t aCategoryMask = contract::kLogMaskAll);
-  void OnRecord(const LogRecord& aRecord) override;
-
- private:
-  FILE* iFile;
-  uint32_t iMask;
-};
-
-// Category number of a category text, 0 when unknown.
-uint32_t CategoryNumber(const std::string& aCategory);
 
 class CLogFacility : public logging::ILogControl, public logging::internals::ILogger {
  public:
@@ -96,11 +41,11 @@ class CLogFacility : public logging::ILogControl, public logging::internals::ILo
   void AddSink(ILogSink* aSink);
   void RemoveSink(ILogSink* aSink);
 
-  const std::vector<LogRecord>& Records() const { return iRecords; }
+  const std::vector<LoggedRecord>& Records() const { return iRecords; }
   // Records whose message contains aText.
-  std::vector<LogRecord> RecordsContaining(const std::string& aText) const;
+  std::vector<LoggedRecord> RecordsContaining(const std::string& aText) const;
   // Records written under aModule ("logging::Positioning").
-  std::vector<LogRecord> RecordsOf(const std::string& aModule) const;
+  std::vector<LoggedRecord> RecordsOf(const std::string& aModule) const;
   void ClearRecords() { iRecords.clear(); }
   // Calls traced since SetTraceCalls(true): "IsEnabled(81,4)", "Open(...)", "Append(text:()" ...
   const std::vector<std::string>& Calls() const { return iCalls; }
@@ -151,7 +96,7 @@ class CLogFacility : public logging::ILogControl, public logging::internals::ILo
   bool iDiscard = false;
   bool iTraceCalls = false;
   uint64_t iRecordCount = 0;
-  std::vector<LogRecord> iRecords;
+  std::vector<LoggedRecord> iRecords;
   std::vector<std::string> iCalls;
   std::vector<ILogSink*> iSinks;
   std::vector<std::unique_ptr<CStream>> iStreams;  // reused; one per open record
@@ -160,4 +105,4 @@ class CLogFacility : public logging::ILogControl, public logging::internals::ILo
 
 }  // namespace host
 
-#endif  // HOST_HOST_LOG_H
+#endif  // HOST_LOG_FACILITY_H

@@ -1,45 +1,13 @@
-#include "HostLog.h"
-
-#include <inttypes.h>
-#include <stdio.h>
+#include "LogFacility.h"
 
 #include <algorithm>
+
+#include "LogSink.h"
+#include "LoggedRecord.h"
 
 namespace host {
 
 namespace {
-
-const char kCategoryPrefix[] = "logging::categories::";
-const char kModulePrefix[] = "logging::";
-
-std::string StripPrefix(const std::string& aText, const char* aPrefix) {
-  const std::string prefix(aPrefix);
-  return aText.compare(0, prefix.size(), prefix) == 0 ? aText.substr(prefix.size()) : aText;
-}
-
-const char* KindName(PieceKind aKind) {
-  switch (aKind) {
-    case PieceKind::Bool:
-      return "bool";
-    case PieceKind::U8:
-      return "u8";
-    case PieceKind::I16:
-      return "i16";
-    case PieceKind::U16:
-      return "u16";
-    case PieceKind::I32:
-      return "i32";
-    case PieceKind::U32:
-      return "u32";
-    case PieceKind::I64:
-      return "i64";
-    case PieceKind::Text:
-      return "text";
-    case PieceKind::Pointer:
-      return "ptr";
-  }
-  return "?";
-}
 
 // Discards everything; used when the facility is told to discard.
 class CNullStream : public logging::internals::ILogStream {
@@ -62,61 +30,6 @@ class CNullStream : public logging::internals::ILogStream {
 };
 
 }  // namespace
-
-std::string LogPiece::Render() const {
-  char buffer[32];
-  switch (kind) {
-    case PieceKind::Bool:
-      return number != 0 ? "true" : "false";
-    case PieceKind::Text:
-      return text;
-    case PieceKind::Pointer:
-      snprintf(buffer, sizeof buffer, "0x%" PRIxPTR, reinterpret_cast<uintptr_t>(pointer));
-      return buffer;
-    default:
-      snprintf(buffer, sizeof buffer, "%" PRId64, number);
-      return buffer;
-  }
-}
-
-std::string LogRecord::Text() const {
-  std::string text;
-  for (const LogPiece& piece : pieces) text += piece.Render();
-  return text;
-}
-
-std::string LogRecord::Message() const {
-  size_t first = 0;
-  size_t last = pieces.size();
-  if (last > 0 && pieces[0].kind == PieceKind::Text && pieces[0].text == "(") ++first;
-  if (last > first && pieces[last - 1].kind == PieceKind::Text && pieces[last - 1].text == ")") --last;
-  std::string text;
-  for (size_t i = first; i < last; ++i) text += pieces[i].Render();
-  return text;
-}
-
-std::string LogRecord::CategoryName() const { return StripPrefix(category, kCategoryPrefix); }
-
-std::string LogRecord::Line() const {
-  return CategoryName() + " " + StripPrefix(module, kModulePrefix) + " " + function + " " + file + ":" +
-         std::to_string(line) + " " + Text();
-}
-
-uint32_t CategoryNumber(const std::string& aCategory) {
-  const std::string name = StripPrefix(aCategory, kCategoryPrefix);
-  if (name == "Error") return logging::categories::Error;
-  if (name == "Info") return logging::categories::Info;
-  if (name == "Info2") return logging::categories::Info2;
-  if (name == "Interface") return logging::categories::Interface;
-  return 0;
-}
-
-CTextLogSink::CTextLogSink(FILE* aFile, uint32_t aCategoryMask) : iFile(aFile), iMask(aCategoryMask) {}
-
-void CTextLogSink::OnRecord(const LogRecord& aRecord) {
-  if ((CategoryNumber(aRecord.category) & iMask) == 0) return;
-  fprintf(iFile, "%s\n", aRecord.Line().c_str());
-}
 
 // The stream of one open record.
 class CLogFacility::CStream : public logging::internals::ILogStream {
@@ -153,7 +66,7 @@ class CLogFacility::CStream : public logging::internals::ILogStream {
     iRecord.pieces.push_back(piece);
   }
 
-  LogRecord iRecord;
+  LoggedRecord iRecord;
   bool iOpen = false;
 
  private:
@@ -192,17 +105,17 @@ void CLogFacility::RemoveSink(ILogSink* aSink) {
   iSinks.erase(std::remove(iSinks.begin(), iSinks.end(), aSink), iSinks.end());
 }
 
-std::vector<LogRecord> CLogFacility::RecordsContaining(const std::string& aText) const {
-  std::vector<LogRecord> found;
-  for (const LogRecord& record : iRecords) {
+std::vector<LoggedRecord> CLogFacility::RecordsContaining(const std::string& aText) const {
+  std::vector<LoggedRecord> found;
+  for (const LoggedRecord& record : iRecords) {
     if (record.Message().find(aText) != std::string::npos) found.push_back(record);
   }
   return found;
 }
 
-std::vector<LogRecord> CLogFacility::RecordsOf(const std::string& aModule) const {
-  std::vector<LogRecord> found;
-  for (const LogRecord& record : iRecords) {
+std::vector<LoggedRecord> CLogFacility::RecordsOf(const std::string& aModule) const {
+  std::vector<LoggedRecord> found;
+  for (const LoggedRecord& record : iRecords) {
     if (record.module == aModule) found.push_back(record);
   }
   return found;
@@ -243,7 +156,7 @@ logging::internals::CLogHandle CLogFacility::OpenRecord(const char* aCategory, c
     stream = iStreams.back().get();
   }
   stream->iOpen = true;
-  stream->iRecord = LogRecord();
+  stream->iRecord = LoggedRecord();
   stream->iRecord.category = aCategory;
   stream->iRecord.module = aModule;
   stream->iRecord.function = aFunction;

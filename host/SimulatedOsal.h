@@ -1,19 +1,18 @@
-// The simulated OS abstraction: a settable millisecond tick (the simulated clock) and
-// a platSleep that is recorded rather than slept, unless told otherwise.
-#ifndef HOST_OSAL_H
-#define HOST_OSAL_H
+// The host's side of the OS abstraction declared in OSAL.h: a settable millisecond tick
+// (the simulated clock) and a platSleep that is recorded rather than slept, unless told
+// otherwise.
+#ifndef HOST_SIMULATED_OSAL_H
+#define HOST_SIMULATED_OSAL_H
 
 #include <stdint.h>
 
 #include <vector>
 
-#include "OSAL.h"
-
 namespace host {
 
-class COsal {
+class CSimulatedOsal {
  public:
-  static COsal& Instance();
+  static CSimulatedOsal& Instance();
 
   // Back to tick 0, no calls recorded, sleeps not slept.
   void Reset();
@@ -38,7 +37,7 @@ class COsal {
   void Sleep(int aDuration);
 
  private:
-  COsal() {}
+  CSimulatedOsal() {}
   uint64_t iNow = 0;
   bool iRealSleep = false;
   bool iSleepAdvancesClock = false;
@@ -49,4 +48,4 @@ class COsal {
 
 }  // namespace host
 
-#endif  // HOST_OSAL_H
+#endif  // HOST_SIMULATED_OSAL_H

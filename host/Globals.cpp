@@ -1,10 +1,14 @@
-#include "Host.h"
+#include "Globals.h"
+
+#include "LogFacility.h"
+#include "Platform.h"
+#include "SimulatedOsal.h"
 
 namespace host {
 
 void ResetGlobals() {
   CLogFacility::Instance().Reset();
-  COsal::Instance().Reset();
+  CSimulatedOsal::Instance().Reset();
   CPlatform::Instance().Reset();
 }
 

@@ -1,0 +1,35 @@
+// Where closed log records go besides the facility's memory: the sink interface and
+// the readable text sink (one line per record).
+#ifndef HOST_LOG_SINK_H
+#define HOST_LOG_SINK_H
+
+#include <stdint.h>
+#include <stdio.h>
+
+#include "ContractConstants.h"
+#include "LoggedRecord.h"
+
+namespace host {
+
+// Receives every closed record.
+class ILogSink {
+ public:
+  virtual ~ILogSink() {}
+  virtual void OnRecord(const LoggedRecord& aRecord) = 0;
+};
+
+// Writes each record whose category is in the mask as one readable line.
+class CTextLogSink : public ILogSink {
+ public:
+  // aFile stays the caller's.
+  CTextLogSink(FILE* aFile, uint32_t aCategoryMask = contract::kLogMaskAll);
+  void OnRecord(const LoggedRecord& aRecord) override;
+
+ private:
+  FILE* iFile;
+  uint32_t iMask;
+};
+
+}  // namespace host
+
+#endif  // HOST_LOG_SINK_H

@@ -4,8 +4,9 @@
 # installs the ARM build and builds and runs a daemon against the package (30-install.sh),
 # and prints the stripped size of libPositioning.so on both targets.
 #
-# Excluded under emulation: DltLogTest only. It needs positioning-sim's --log dlt, and
-# the ARM simulator builds without DLT because there is no libdlt for the target here.
+# Excluded under emulation: the tests labelled needs-dlt. They need positioning-sim's
+# --log dlt, and the ARM simulator builds without DLT because there is no libdlt for
+# the target here.
 set -euo pipefail
 source "$(dirname "$0")/../lib.sh"
 
@@ -32,7 +33,7 @@ cmake --build "$ARM_BUILD" -j "$JOBS"
 built=$SECONDS
 
 echo "== arm: tests under qemu-arm"
-ctest --test-dir "$ARM_BUILD" --output-on-failure -j "$JOBS" -E '^DltLogTest\.'
+ctest --test-dir "$ARM_BUILD" --output-on-failure -j "$JOBS" -LE needs-dlt
 tested=$SECONDS
 
 echo "== arm: installed package"

@@ -3,7 +3,6 @@
 // record, the whole-record copy, ring-buffer positions) and the two queries.
 #include <gtest/gtest.h>
 
-#include <signal.h>
 #include <stdint.h>
 
 #include <memory>
@@ -17,26 +16,17 @@
 #include "RecordFormat.h"
 #include "SimulatedPeers.h"
 #include "StdoutCapture.h"
+#include "StoreTestSupport.h"
 #include "TestHost.h"
 
 namespace {
 
-using testing_host::TypedSummary;
-
-using Sample = CSensorStore::TSensorData;
+using testing_store::MakeSample;
+using testing_store::Sample;
 
 const char kPutData[] = "virtual TAny CSensorStore::PutData(TUint8, CSensorStore::TSensorData)";
 const TiPositioningSensorEntry kGyro = {1, 1, 200, 2};
 const TiPositioningSensorEntry kOdometer = {2, 1, 200, 2};
-
-// Sample number n: all ten values distinct and derived from n, size 2.
-Sample MakeSample(int aNumber, uint8_t aSize = 2) {
-  Sample sample;
-  sample.timeStamp = 100000u + static_cast<uint64_t>(aNumber);
-  sample.size = aSize;
-  for (int i = 0; i < 10; ++i) sample.values[i] = static_cast<int16_t>(aNumber * 10 + i);
-  return sample;
-}
 
 ::testing::AssertionResult SameSample(const Sample& aExpected, const Sample& aActual) {
   bool same = aExpected.timeStamp == aActual.timeStamp && aExpected.size == aActual.size;
@@ -53,30 +43,12 @@ class SensorStoreTest : public testing_host::HostTest {
  protected:
   std::unique_ptr<CSensorStore> MakeStore(std::vector<TiPositioningSensorEntry> aEntries,
                                           const std::string& aInstance = "1") {
-    TiPositioningSensorConfiguration config;
-    config.size = static_cast<uint8_t>(aEntries.size());
-    config.data = aEntries.data();
-    return std::unique_ptr<CSensorStore>(new CSensorStore(config, iFeatureId, iBroker, aInstance));
+    return testing_store::MakeStore(aEntries, iFeatureId, iBroker, aInstance);
   }
   std::unique_ptr<CSensorStore> MakeFixedStore() { return MakeStore({kGyro, kOdometer}); }
 
   // The store's records so far, each checked for framing, tag and source file.
-  std::vector<std::string> StoreRecords() const {
-    std::vector<std::string> summaries;
-    for (const host::LoggedRecord& record : ModuleRecords()) {
-      EXPECT_EQ("logging::Positioning", record.module);
-      EXPECT_NE(std::string::npos, record.file.find("Positioning/src/CSensorStore")) << record.file;
-      EXPECT_GE(record.pieces.size(), 2u);
-      if (record.pieces.size() >= 2) {
-        EXPECT_EQ("(", record.pieces.front().text);
-        EXPECT_EQ(")", record.pieces.back().text);
-      }
-      EXPECT_EQ("\n", record.lineEnd);
-      EXPECT_TRUE(record.closed);
-      summaries.push_back(TypedSummary(record));
-    }
-    return summaries;
-  }
+  std::vector<std::string> StoreRecords() const { return testing_store::StoreRecordSummaries(ModuleRecords()); }
 
   static const CRingBuffer<Sample>& Buffer(const CSensorStore& aStore, int aHandle) {
     return *aStore.Sensor(aHandle).buffer;
@@ -125,11 +97,6 @@ TEST_F(SensorStoreTest, SamplesPerSecondTruncateTowardZero) {
   std::unique_ptr<CSensorStore> store = MakeStore({{1, 0, 300, 2}, {2, 0, 999, 2}});
   EXPECT_EQ(180, Buffer(*store, 0).iCapacity);
   EXPECT_EQ(60, Buffer(*store, 1).iCapacity);
-}
-
-TEST_F(SensorStoreTest, SamplePeriodOfZeroEndsTheProcessWithSigfpe) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
-  EXPECT_EXIT(MakeStore({{1, 0, 0, 2}}), ::testing::KilledBySignal(SIGFPE), "");
 }
 
 // Construction.

@@ -3,7 +3,6 @@
 // gate, the buffered replay, clients leaving, and destruction of the store.
 #include <gtest/gtest.h>
 
-#include <malloc.h>
 #include <stdint.h>
 
 #include <memory>
@@ -13,17 +12,16 @@
 #include "CSensorStore.h"
 #include "ContractConstants.h"
 #include "InterfaceBroker.h"
-#include "LogFacility.h"
 #include "LoggedRecord.h"
 #include "RecordFormat.h"
 #include "SimulatedPeers.h"
+#include "StoreTestSupport.h"
 #include "TestHost.h"
 
 namespace {
 
-using testing_host::TypedSummary;
-
-using Sample = CSensorStore::TSensorData;
+using testing_store::MakeSample;
+using testing_store::Sample;
 
 const char kSubscribe[] =
     "virtual reflection::TErrCode CSensorStore::Subscribe(IPositioningSensorMale&, TiPositioningSensorType, "
@@ -54,15 +52,6 @@ const std::string kAvailableRecord = std::string("Interface 88 ") + kAvailable +
 const std::string kUnavailableRecord = std::string("Interface 94 ") + kUnavailable + ": ";
 const std::string kRevokeFailedRecord =
     "Info 66 ~CSensorStore: RevokeInterface interface for IPositioningSensorMale failed";
-
-// Sample number n: stamp 100000 + n, values n*10 + i, size 2.
-Sample MakeSample(int aNumber, uint8_t aSize = 2) {
-  Sample sample;
-  sample.timeStamp = 100000u + static_cast<uint64_t>(aNumber);
-  sample.size = aSize;
-  for (int i = 0; i < 10; ++i) sample.values[i] = static_cast<int16_t>(aNumber * 10 + i);
-  return sample;
-}
 
 // What a client receives for sample number n of sensor type aType.
 host::ReceivedSample Received(TiPositioningSensorType aType, int aNumber) {
@@ -95,10 +84,7 @@ std::vector<const IPositioningSensorMale*> Clients(const CSensorStore& aStore, i
 class StoreSubscriptionTest : public testing_host::HostTest {
  protected:
   void MakeStore(std::vector<TiPositioningSensorEntry> aEntries) {
-    TiPositioningSensorConfiguration config;
-    config.size = static_cast<uint8_t>(aEntries.size());
-    config.data = aEntries.data();
-    iStore.reset(new CSensorStore(config, iFeatureId, iBroker, "1"));
+    iStore = testing_store::MakeStore(aEntries, iFeatureId, iBroker);
   }
   void MakeFixedStore() { MakeStore({kGyro, kOdometer}); }
 
@@ -115,20 +101,7 @@ class StoreSubscriptionTest : public testing_host::HostTest {
 
   // The store's records so far, PutData traces left out, each checked for framing.
   std::vector<std::string> StoreRecords() const {
-    std::vector<std::string> summaries;
-    for (const host::LoggedRecord& record : ModuleRecords()) {
-      EXPECT_EQ("logging::Positioning", record.module);
-      EXPECT_NE(std::string::npos, record.file.find("Positioning/src/CSensorStore")) << record.file;
-      EXPECT_GE(record.pieces.size(), 2u);
-      if (record.pieces.size() >= 2) {
-        EXPECT_EQ("(", record.pieces.front().text);
-        EXPECT_EQ(")", record.pieces.back().text);
-      }
-      EXPECT_EQ("\n", record.lineEnd);
-      EXPECT_TRUE(record.closed);
-      if (record.function != kPutData) summaries.push_back(TypedSummary(record));
-    }
-    return summaries;
+    return testing_store::StoreRecordSummaries(ModuleRecords(), kPutData);
   }
 
   static std::vector<std::string> Repeat(const std::string& aRecord, int aTimes) {
@@ -560,45 +533,6 @@ TEST_F(StoreSubscriptionTest, ReplayWithoutAnySubscriberOfTheFirstSensorSendsNot
   // The store goes on working.
   iStore->PutData(1, MakeSample(5));
   EXPECT_EQ((std::vector<host::ReceivedSample>{Received(2, 5), Received(2, 5)}), iA.Samples());
-}
-
-size_t BytesInUse() {
-  const struct mallinfo2 info = mallinfo2();
-  return info.uordblks + info.hblkhd;
-}
-
-// The replay copies the buffer into a snapshot that it never frees; a long-standing
-// behaviour of the service that is kept, so each replay leaves one buffer's worth of
-// records allocated.
-TEST_F(StoreSubscriptionTest, EachReplayLeavesItsSnapshotAllocated) {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-  GTEST_SKIP() << "the allocator statistics are glibc's own";
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer) || __has_feature(thread_sanitizer)
-  GTEST_SKIP() << "the allocator statistics are glibc's own";
-#endif
-#endif
-  host::CLogFacility::Instance().SetDiscard(true);
-  MakeStore({{1, 1, 3, 2}, {2, 1, 3, 2}});
-  iA.Attach(iBroker);
-  const int capacity = iStore->Sensor(0).buffer->iCapacity;
-  ASSERT_EQ(19980, capacity);
-  Write(0, 1, capacity + 5);
-  ASSERT_EQ(0, iA.Subscribe(1, 0));
-  ASSERT_EQ(0, iA.Subscribe(2, 1));
-  ASSERT_EQ(static_cast<size_t>(capacity), iA.Samples().size());
-  iA.ClearSamples();  // keeps the vector's room for the next replay
-
-  const size_t before = BytesInUse();
-  ASSERT_EQ(0, iA.Subscribe(7, 1));
-  ASSERT_EQ(static_cast<size_t>(capacity), iA.Samples().size());
-  iA.ClearSamples();
-  const size_t after = BytesInUse();
-
-  const size_t snapshot = static_cast<size_t>(capacity) * sizeof(Sample);
-  ASSERT_GE(after, before);
-  EXPECT_GE(after - before + 4096, snapshot);
-  EXPECT_LT(after - before, snapshot + 65536);
 }
 
 // Delivery.

@@ -25,9 +25,15 @@ need_packages() {
 # What the native build and its tests need.
 BASE_PACKAGES=(cmake ninja-build g++ pkg-config libgtest-dev libgmock-dev libdlt-dev dlt-daemon dlt-tools gnuplot-nox)
 
+# Configures the native tree in $BUILD with the dev preset (CMakePresets.json); extra
+# arguments go to cmake.
+configure_native() {
+  cmake -S "$ROOT" --preset dev -B "$BUILD" "$@" >/dev/null
+}
+
 # Configures and builds the native tree in $BUILD.
 build_native() {
   echo "== build ($BUILD)"
-  cmake -S "$ROOT" -B "$BUILD" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo "$@" >/dev/null
+  configure_native "$@"
   cmake --build "$BUILD" -j "$JOBS"
 }

@@ -27,8 +27,7 @@ if [ ! -f "$GTEST_PREFIX/lib/cmake/GTest/GTestConfig.cmake" ]; then
 fi
 
 echo "== arm: build ($ARM_BUILD)"
-cmake -S "$ROOT" -B "$ARM_BUILD" -G Ninja "${ARM_FLAGS[@]}" -DCMAKE_PREFIX_PATH="$GTEST_PREFIX" \
-  -DPOSITIONING_BUILD_BENCH=OFF >/dev/null
+cmake -S "$ROOT" --preset arm -B "$ARM_BUILD" -DCMAKE_PREFIX_PATH="$GTEST_PREFIX" >/dev/null
 cmake --build "$ARM_BUILD" -j "$JOBS"
 built=$SECONDS
 

@@ -14,7 +14,7 @@ started=$SECONDS
 echo "== perf: build ($BUILD)"
 # Configured again so that Google Benchmark, installed only just now on a fresh
 # machine, is found; the rest of the tree is already built.
-cmake -S "$ROOT" -B "$BUILD" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo >/dev/null
+configure_native
 cmake --build "$BUILD" -j "$JOBS" --target Positioning positioning-perf positioning-heap positioning_bench \
   positioning-sim
 

@@ -9,15 +9,9 @@ SAN_PACKAGES=(clang libclang-rt-dev llvm)
 # Configures and builds the tree; extra arguments are ninja targets (default: all).
 build_sanitizers() {
   need_packages "${BASE_PACKAGES[@]}" "${SAN_PACKAGES[@]}"
-  local flags="-fsanitize=address,undefined -fno-sanitize-recover=all -fno-omit-frame-pointer -fsanitize=fuzzer-no-link"
-  mkdir -p "$SAN_BUILD"
-  # The benchmarks are no test and replace malloc themselves: left out.
-  cmake -S "$ROOT" -B "$SAN_BUILD" -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo \
-    -DCMAKE_CXX_COMPILER=clang++ \
-    -DCMAKE_CXX_FLAGS="$flags" \
-    -DCMAKE_EXE_LINKER_FLAGS="-fsanitize=address,undefined" \
-    -DCMAKE_SHARED_LINKER_FLAGS="-fsanitize=address,undefined" \
-    -DPOSITIONING_FUZZ=ON -DPOSITIONING_BUILD_BENCH=OFF >/dev/null
+  # The sanitizers preset (CMakePresets.json): clang, the sanitizers, the fuzz targets;
+  # the benchmarks are no test and replace malloc themselves, so they are left out.
+  cmake -S "$ROOT" --preset sanitizers -B "$SAN_BUILD" >/dev/null
   ninja -C "$SAN_BUILD" -j "$JOBS" "$@"
   # Built plain: it is preloaded into processes that carry no sanitizer runtime.
   clang -shared -fPIC -O2 -o "$SAN_BUILD/libkeep_loaded.so" "$ROOT/tests/keep_loaded.c"

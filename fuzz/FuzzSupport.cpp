@@ -173,7 +173,7 @@ void CStoreModel::Check(const CSensorStore& aStore, std::vector<std::unique_ptr<
                                             Describe(got[k]) + ", expected " + Describe(want[k]));
     }
     FUZZ_CHECK_MSG(got.size() == want.size(), "client " + std::to_string(c) + " got " + std::to_string(got.size()) +
-                                                   " samples, expected " + std::to_string(want.size()));
+                                                  " samples, expected " + std::to_string(want.size()));
     aClients[c]->ClearSamples();
     iExpected[c].clear();
 

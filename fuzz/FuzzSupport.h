@@ -23,12 +23,12 @@ namespace fuzzing {
 // Reports the broken invariant and aborts, so that libFuzzer keeps the input.
 [[noreturn]] void Fail(const char* aExpression, const char* aFile, int aLine, const std::string& aDetail);
 
-#define FUZZ_CHECK(aCondition)                                                       \
-  do {                                                                               \
+#define FUZZ_CHECK(aCondition)                                                          \
+  do {                                                                                  \
     if (!(aCondition)) ::fuzzing::Fail(#aCondition, __FILE__, __LINE__, std::string()); \
   } while (0)
-#define FUZZ_CHECK_MSG(aCondition, aDetail)                                    \
-  do {                                                                         \
+#define FUZZ_CHECK_MSG(aCondition, aDetail)                                       \
+  do {                                                                            \
     if (!(aCondition)) ::fuzzing::Fail(#aCondition, __FILE__, __LINE__, aDetail); \
   } while (0)
 

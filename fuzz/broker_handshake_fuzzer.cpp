@@ -41,13 +41,13 @@ struct TEnd {
   IReflectionInterface* object;
   TPair pair;
   bool module;
-  std::string instance;  // broker key, with the pair's identity
+  std::string instance;     // broker key, with the pair's identity
   unsigned implements = 0;  // pairs whose interface on this side the whole object implements
-  int peer = -1;         // the end it is connected to, -1 when unconnected
+  int peer = -1;            // the end it is connected to, -1 when unconnected
   int available = 0;
   int unavailable = 0;
-  bool attached = false;  // attached to the broker (peers only)
-  std::string availableFunction;    // the module's availability records (module ends only)
+  bool attached = false;          // attached to the broker (peers only)
+  std::string availableFunction;  // the module's availability records (module ends only)
   std::string unavailableFunction;
 };
 
@@ -100,7 +100,7 @@ class CHandshakeRun {
         end.unavailableFunction =
             "virtual void CExternalSensor::OnInterfaceUnavailable(IHalvikPositioningSensorFemale&)";
       }
-        end.implements = 1u << end.pair;
+      end.implements = 1u << end.pair;
       iEnds.push_back(end);
     }
     FUZZ_CHECK(iEnds.size() == (external ? 3u : 2u));

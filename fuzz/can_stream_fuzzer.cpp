@@ -27,15 +27,15 @@ using fuzzing::CStoreModel;
 const size_t kClients = 4;
 
 enum TOp {
-  ERecord,        // u32 stamp, u16 pulses, i16 rate, u32 direction, u8 samples
-  ESyncTime,      // u32 micro-controller time for the last kick
-  EToggleService, // the micro-host service leaves or comes back
-  EAttachClient,  // u8 client
-  ESubscribe,     // u8 client, u16 type, i32 flag
-  EDetachClient,  // u8 client
-  EAdvance,       // u16 milliseconds
-  EStatus,        // u8: odd sends Identification, even Status
-  EBurst,         // u8 count, u32 first stamp, u16 step, i16 rate: a stretch of records
+  ERecord,         // u32 stamp, u16 pulses, i16 rate, u32 direction, u8 samples
+  ESyncTime,       // u32 micro-controller time for the last kick
+  EToggleService,  // the micro-host service leaves or comes back
+  EAttachClient,   // u8 client
+  ESubscribe,      // u8 client, u16 type, i32 flag
+  EDetachClient,   // u8 client
+  EAdvance,        // u16 milliseconds
+  EStatus,         // u8: odd sends Identification, even Status
+  EBurst,          // u8 count, u32 first stamp, u16 step, i16 rate: a stretch of records
   EOpCount
 };
 

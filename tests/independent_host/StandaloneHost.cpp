@@ -74,8 +74,8 @@ class CLogger : public logging::internals::ILogger {
  public:
   void Slot3() override {}
   void Slot4() override {}
-  logging::internals::CLogHandle Open(const char* aCategory, const char* aModule, const char* aFunction,
-                                      TBool aEnabled, const char* aFile, int aLine) override {
+  logging::internals::CLogHandle Open(const char* aCategory, const char* aModule, const char* aFunction, TBool aEnabled,
+                                      const char* aFile, int aLine) override {
     Record record;
     record.category = aCategory;
     record.module = aModule;

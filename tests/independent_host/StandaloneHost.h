@@ -33,7 +33,7 @@ struct Record {
   std::string file;
   int line = 0;
   TBool enabled = 0;
-  uint32_t moduleNumber = 0;    // what IsEnabled was given just before Open
+  uint32_t moduleNumber = 0;  // what IsEnabled was given just before Open
   uint32_t categoryNumber = 0;
   std::vector<Piece> pieces;
   std::string lineEnd;

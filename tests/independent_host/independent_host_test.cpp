@@ -240,9 +240,9 @@ TEST_F(IndependentHostTest, CanMeasuredOffsetSwitchesTheSyncTimerToThirtySeconds
   Create("CAN");
   iBroker.AttachPeer("0", kMicroHost, iMicroHost.Handshake());
   iMicroHost.SendSyncTime(static_cast<txdr_uint32>(kStart - kPeerBehind));
-  EXPECT_EQ((std::vector<std::string>{"Register 0/10 1000 repeat 1", "Unregister 0/10 0",
-                                      "Register 0/10 30000 repeat 1"}),
-            DescribeAll(iEvents.calls));
+  EXPECT_EQ(
+      (std::vector<std::string>{"Register 0/10 1000 repeat 1", "Unregister 0/10 0", "Register 0/10 30000 repeat 1"}),
+      DescribeAll(iEvents.calls));
   EXPECT_EQ((std::vector<std::string>{"iCurrentTime=100000 aTime=97500", "iSyncedTime=2500"}),
             Messages(RecordsOf("SetMeasuredTime")));
 }
@@ -311,9 +311,9 @@ TEST_F(IndependentHostTest, CanShutdownRevokesTheServiceThenTheOfferThenStopsThe
 
 TEST_F(IndependentHostTest, ExternalFeatureRequestsBothServicesAndOffersItsOwnService) {
   Create("EXTERNAL");
-  EXPECT_EQ((std::vector<std::string>{"RequestInterface 0 32866/1", "RequestInterface 0 32802/1",
-                                      "RequestInterface 2 34/0"}),
-            DescribeAll(iBroker.calls));
+  EXPECT_EQ(
+      (std::vector<std::string>{"RequestInterface 0 32866/1", "RequestInterface 0 32802/1", "RequestInterface 2 34/0"}),
+      DescribeAll(iBroker.calls));
   EXPECT_TRUE(iEvents.calls.empty());
   EXPECT_EQ((std::vector<std::string>{"Diversity: EXTERNAL", "ExternalSensor is being created..."}),
             Messages(RecordsOf("CPositioning")));
@@ -387,9 +387,9 @@ TEST_F(IndependentHostTest, ExternalShutdownRevokesBothServicesThenTheOfferAndSt
   const size_t brokerCalls = iBroker.calls.size();
   const size_t eventCalls = iEvents.calls.size();
   Shutdown();
-  EXPECT_EQ((std::vector<std::string>{"RevokeInterface 0 32866/1", "RevokeInterface 0 32802/1",
-                                      "RevokeInterface 2 34/0"}),
-            DescribeAll(iBroker.calls, brokerCalls));
+  EXPECT_EQ(
+      (std::vector<std::string>{"RevokeInterface 0 32866/1", "RevokeInterface 0 32802/1", "RevokeInterface 2 34/0"}),
+      DescribeAll(iBroker.calls, brokerCalls));
   EXPECT_EQ(std::vector<std::string>{"Unregister 0/10 0"}, DescribeAll(iEvents.calls, eventCalls));
   EXPECT_EQ(nullptr, iClockSync.partner());
   EXPECT_EQ(nullptr, iExternal.partner());
@@ -405,7 +405,9 @@ TEST_F(IndependentHostTest, EveryRecordIsOpenedWithTheNumbersOfItsTagAndCategory
   DriveExternalToLiveSamples();
   ASSERT_GT(Records().size(), 100u);
   for (const Record& record : Records()) {
-    const uint32_t module = record.module == "logging::Positioning" ? 81 : record.module == "logging::FeatureFw" ? 3 : 0;
+    const uint32_t module = record.module == "logging::Positioning" ? 81
+                            : record.module == "logging::FeatureFw" ? 3
+                                                                    : 0;
     uint32_t category = 0;
     if (record.category == "logging::categories::Error") category = 1;
     if (record.category == "logging::categories::Info") category = 4;

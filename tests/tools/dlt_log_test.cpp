@@ -94,9 +94,9 @@ TEST(DltLogTest, ModuleRecordsReachTheDltDaemon) {
             "RingbufferMinSize = 500000\nRingbufferMaxSize = 10000000\nRingbufferStepSize = 500000\n"
             "BindAddress = ::ffff:127.0.0.1\nControlSocketPath = " +
                 scratch.File("dlt-ctrl.sock") + "\n");
-  const pid_t daemon = Start({"dlt-daemon", "-c", scratch.File("dlt.conf"), "-t", scratch.Path(), "-p",
-                              std::to_string(port)},
-                             scratch.File("daemon.log"));
+  const pid_t daemon =
+      Start({"dlt-daemon", "-c", scratch.File("dlt.conf"), "-t", scratch.Path(), "-p", std::to_string(port)},
+            scratch.File("daemon.log"));
   struct stat info;
   const bool up = WaitFor([&] { return stat(scratch.File("dlt").c_str(), &info) == 0; }, 5000);
   pid_t receiver = -1;
@@ -110,8 +110,8 @@ TEST(DltLogTest, ModuleRecordsReachTheDltDaemon) {
   if (up) run = RunSim({"--log", "dlt", "--duration", "5", "--quiet"}, "DLT_PIPE_DIR=" + scratch.Path());
   bool arrived = false;
   if (up) {
-    arrived = WaitFor(
-        [&] { return ReadFile(scratch.File("received.txt")).find("~CPositioning") != std::string::npos; }, 5000);
+    arrived = WaitFor([&] { return ReadFile(scratch.File("received.txt")).find("~CPositioning") != std::string::npos; },
+                      5000);
   }
   Stop(receiver);
   Stop(daemon);

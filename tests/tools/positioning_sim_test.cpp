@@ -384,8 +384,9 @@ TEST(PositioningSimTest, LogFileHoldsTheModulesRecordsAsReadableLines) {
   SimRun run = RunSim({"--duration", "2", "--log", scratch.File("run.log")});
   ASSERT_EQ(0, run.status);
   const std::string log = ReadFile(scratch.File("run.log"));
-  EXPECT_NE(std::string::npos,
-            log.find("Info Positioning CPositioning Positioning/src/Positioning.cpp:64 (CANSensor is being created...)"));
+  EXPECT_NE(
+      std::string::npos,
+      log.find("Info Positioning CPositioning Positioning/src/Positioning.cpp:64 (CANSensor is being created...)"));
   EXPECT_NE(std::string::npos, log.find("Interface Positioning virtual CPositioning::~CPositioning() "
                                         "Positioning/src/Positioning.cpp:72 ()"));
   EXPECT_NE(std::string::npos, log.find("Info FeatureFw Register include/ReflectionInterface.h:43 (0x"));
@@ -458,8 +459,8 @@ TEST(PositioningSimTest, LongRunShowsProgressOnATerminal) {
   // longer than the two seconds after which progress is shown.
   CScratchDir scratch;
   const std::string command = "script -qec \"'" + testing_host::SimPath() +
-                              "' --realtime --duration 3 --out /dev/null\" " +
-                              "/dev/null > '" + scratch.File("terminal") + "' 2>&1 </dev/null";
+                              "' --realtime --duration 3 --out /dev/null\" " + "/dev/null > '" +
+                              scratch.File("terminal") + "' 2>&1 </dev/null";
   ASSERT_EQ(0, system(command.c_str()));
   const std::string terminal = ReadFile(scratch.File("terminal"));
   EXPECT_NE(std::string::npos, terminal.find("\rpositioning-sim: ")) << terminal;

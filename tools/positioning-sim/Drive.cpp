@@ -31,7 +31,9 @@ class CRandom {
     return z ^ (z >> 31);
   }
   // Uniform in [aLow, aHigh).
-  double Uniform(double aLow, double aHigh) { return aLow + (aHigh - aLow) * ((Next() >> 11) * (1.0 / 9007199254740992.0)); }
+  double Uniform(double aLow, double aHigh) {
+    return aLow + (aHigh - aLow) * ((Next() >> 11) * (1.0 / 9007199254740992.0));
+  }
 
  private:
   uint64_t iState;
@@ -57,17 +59,17 @@ std::vector<Phase> Plan(CRandom& aRandom, double aSeconds) {
   int round = 0;
   while (total < aSeconds) {
     const double cruise = aRandom.Uniform(8, 14);
-    add(aRandom.Uniform(6, 10), cruise, 0);                          // accelerate
-    add(aRandom.Uniform(15, 35), cruise, 0);                         // straight
-    add(aRandom.Uniform(5, 8), 5, aRandom.Uniform(12, 20));          // right turn
-    add(aRandom.Uniform(10, 25), cruise, 0);                         // straight
-    add(aRandom.Uniform(5, 8), 5, -aRandom.Uniform(12, 20));         // left turn
-    add(aRandom.Uniform(5, 8), 0, 0);                                // brake to a stop
-    add(aRandom.Uniform(8, 20), 0, 0);                               // traffic light
+    add(aRandom.Uniform(6, 10), cruise, 0);                   // accelerate
+    add(aRandom.Uniform(15, 35), cruise, 0);                  // straight
+    add(aRandom.Uniform(5, 8), 5, aRandom.Uniform(12, 20));   // right turn
+    add(aRandom.Uniform(10, 25), cruise, 0);                  // straight
+    add(aRandom.Uniform(5, 8), 5, -aRandom.Uniform(12, 20));  // left turn
+    add(aRandom.Uniform(5, 8), 0, 0);                         // brake to a stop
+    add(aRandom.Uniform(8, 20), 0, 0);                        // traffic light
     if (round % 2 == 0) {
-      add(3, -2, 0);                                                 // reverse
-      add(aRandom.Uniform(3, 5), -2, aRandom.Uniform(10, 18));       // reverse, steering
-      add(2, 0, 0);                                                  // stop
+      add(3, -2, 0);                                            // reverse
+      add(aRandom.Uniform(3, 5), -2, aRandom.Uniform(10, 18));  // reverse, steering
+      add(2, 0, 0);                                             // stop
     }
     ++round;
   }
@@ -164,7 +166,8 @@ std::vector<DriveRecord> GenerateDrive(SourceKind aKind, uint64_t aSeed, double 
     pulseRemainder = exactPulses - static_cast<double>(pulses);
     const double noise = random.Uniform(-0.3, 0.3);
     const bool moving = std::fabs(speed) > 0.05;
-    int64_t rate = static_cast<int64_t>(std::lround((moving ? current.turnRate : 0.0) * kRateScale + noise * kRateScale / 10));
+    int64_t rate =
+        static_cast<int64_t>(std::lround((moving ? current.turnRate : 0.0) * kRateScale + noise * kRateScale / 10));
     if (speed < -0.05) lastDirection = kReverse;
     if (speed > 0.05) lastDirection = kForward;
 

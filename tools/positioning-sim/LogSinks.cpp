@@ -50,8 +50,7 @@ class CDlt : public ILogOutput, public host::ILogSink {
     DLT_REGISTER_APP("PSIM", "positioning-sim");
     // Every level reaches the daemon; --log-level is the filter.
     DLT_REGISTER_CONTEXT_LL_TS(iModule, "POSI", "positioning module", DLT_LOG_VERBOSE, DLT_TRACE_STATUS_OFF);
-    DLT_REGISTER_CONTEXT_LL_TS(iFramework, "FFW", "feature framework adapters", DLT_LOG_VERBOSE,
-                               DLT_TRACE_STATUS_OFF);
+    DLT_REGISTER_CONTEXT_LL_TS(iFramework, "FFW", "feature framework adapters", DLT_LOG_VERBOSE, DLT_TRACE_STATUS_OFF);
     host::CLogFacility& facility = host::CLogFacility::Instance();
     facility.SetKeepRecords(false);
     facility.AddSink(this);
@@ -69,8 +68,8 @@ class CDlt : public ILogOutput, public host::ILogSink {
     if (category == 1) level = DLT_LOG_ERROR;
     if (category == 4) level = DLT_LOG_INFO;
     if (category == 8) level = DLT_LOG_DEBUG;
-    const std::string text = aRecord.function + " " + aRecord.file + ":" + std::to_string(aRecord.line) + " " +
-                             aRecord.Text();
+    const std::string text =
+        aRecord.function + " " + aRecord.file + ":" + std::to_string(aRecord.line) + " " + aRecord.Text();
     DltContext& context = aRecord.module == "logging::FeatureFw" ? iFramework : iModule;
     DLT_LOG(context, level, DLT_STRING(text.c_str()));
   }

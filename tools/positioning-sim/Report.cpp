@@ -41,8 +41,8 @@ CSampleWriter::CSampleWriter(FILE* aFile, OutputFormat aFormat) : iFile(aFile), 
 
 void CSampleWriter::Write(const std::string& aClient, const host::ReceivedSample& aSample, bool aReplayed) {
   if (iFormat == OutputFormat::Csv) {
-    fprintf(iFile, "%s,%u,%llu,%zu,", aClient.c_str(), aSample.type,
-            static_cast<unsigned long long>(aSample.timeStamp), aSample.values.size());
+    fprintf(iFile, "%s,%u,%llu,%zu,", aClient.c_str(), aSample.type, static_cast<unsigned long long>(aSample.timeStamp),
+            aSample.values.size());
     for (size_t i = 0; i < aSample.values.size(); ++i) fprintf(iFile, i == 0 ? "%d" : ";%d", aSample.values[i]);
     fputc('\n', iFile);
   } else {
@@ -57,8 +57,7 @@ void CSampleWriter::Write(const std::string& aClient, const host::ReceivedSample
 void PrintSummary(FILE* aFile, const Summary& aSummary) {
   fprintf(aFile, "== positioning-sim summary\n");
   fprintf(aFile, "source:               %s, %s\n", aSummary.source.c_str(), aSummary.drive.c_str());
-  fprintf(aFile, "simulated:            %.1f s in %.3f s wall time\n", aSummary.simulatedSeconds,
-          aSummary.wallSeconds);
+  fprintf(aFile, "simulated:            %.1f s in %.3f s wall time\n", aSummary.simulatedSeconds, aSummary.wallSeconds);
   fprintf(aFile, "records fed:          %llu (not sent while the service was away: %llu)\n",
           static_cast<unsigned long long>(aSummary.recordsFed),
           static_cast<unsigned long long>(aSummary.recordsNotSent));
@@ -83,23 +82,24 @@ void PrintSummary(FILE* aFile, const Summary& aSummary) {
   }
   if (aSummary.offsets.size() > shown) fprintf(aFile, ", ... (%zu changes)", aSummary.offsets.size());
   fprintf(aFile, "%s\n", aSummary.offsets.empty() ? "none" : "");
-  fprintf(aFile, "time stamp error:     mean %.2f ms, max |error| %lld ms over %llu live samples\n",
-          aSummary.errorMean, static_cast<long long>(aSummary.errorMaxAbs),
-          static_cast<unsigned long long>(aSummary.errorCount));
+  fprintf(aFile, "time stamp error:     mean %.2f ms, max |error| %lld ms over %llu live samples\n", aSummary.errorMean,
+          static_cast<long long>(aSummary.errorMaxAbs), static_cast<unsigned long long>(aSummary.errorCount));
   fprintf(aFile, "supervision messages: %llu\n", static_cast<unsigned long long>(aSummary.supervisionMessages));
   const SoakSummary& soak = aSummary.soak;
   if (!soak.enabled) return;
   fprintf(aFile, "== soak\n");
-  fprintf(aFile, "resident memory:      %llu kB after the first minute, at most %llu kB after it (%+lld kB, "
+  fprintf(aFile,
+          "resident memory:      %llu kB after the first minute, at most %llu kB after it (%+lld kB, "
           "allowed %.0f kB) over %zu samples: %s\n",
           static_cast<unsigned long long>(soak.rssFirstMinuteKb), static_cast<unsigned long long>(soak.rssMaxKb),
           static_cast<long long>(soak.rssGrowthKb), soak.rssToleranceKb, soak.rssKb.size(),
           soak.RssFlat() ? "flat" : "GROWING");
   fprintf(aFile, "delivery:             %llu records fed with the gate open, %llu samples checked, %llu wrong\n",
           static_cast<unsigned long long>(soak.recordsWhileGateOpen),
-          static_cast<unsigned long long>(soak.deliveriesChecked), static_cast<unsigned long long>(soak.deliveryErrors));
-  fprintf(aFile, "replays:              %llu checked, %llu wrong\n", static_cast<unsigned long long>(soak.replaysChecked),
-          static_cast<unsigned long long>(soak.replayErrors));
+          static_cast<unsigned long long>(soak.deliveriesChecked),
+          static_cast<unsigned long long>(soak.deliveryErrors));
+  fprintf(aFile, "replays:              %llu checked, %llu wrong\n",
+          static_cast<unsigned long long>(soak.replaysChecked), static_cast<unsigned long long>(soak.replayErrors));
   if (soak.finalReplayDone) {
     fprintf(aFile, "last minute:          final replay of %llu samples, %s the last %llu fed\n",
             static_cast<unsigned long long>(soak.finalReplaySamples),
@@ -164,8 +164,8 @@ bool WriteSummaryJson(const std::string& aPath, const Summary& aSummary, std::st
   return true;
 }
 
-bool WritePlot(const std::string& aPath, const std::vector<PlotPoint>& aPoints, const std::vector<OffsetPoint>& aOffsets,
-               double aSeconds, std::string& aError) {
+bool WritePlot(const std::string& aPath, const std::vector<PlotPoint>& aPoints,
+               const std::vector<OffsetPoint>& aOffsets, double aSeconds, std::string& aError) {
   char dataPath[] = "/tmp/positioning-sim-plot-XXXXXX";
   const int dataFd = mkstemp(dataPath);
   if (dataFd < 0) return aError = std::string("plot data: ") + strerror(errno), false;
@@ -174,7 +174,8 @@ bool WritePlot(const std::string& aPath, const std::vector<PlotPoint>& aPoints, 
   const std::string scriptPath = std::string(dataPath) + ".gp";
   {
     std::ofstream data(dataPath);
-    for (const PlotPoint& point : aPoints) data << point.seconds << ' ' << point.angularRate << ' ' << point.pulses << '\n';
+    for (const PlotPoint& point : aPoints)
+      data << point.seconds << ' ' << point.angularRate << ' ' << point.pulses << '\n';
     std::ofstream offsets(offsetPath);
     // A step line from each change to the next, and on to the end.
     for (size_t i = 0; i < aOffsets.size(); ++i) offsets << aOffsets[i].seconds << ' ' << aOffsets[i].offset << '\n';

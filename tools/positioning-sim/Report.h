@@ -29,8 +29,8 @@ void PrintSummary(FILE* aFile, const Summary& aSummary);
 // The summary as one JSON object.
 bool WriteSummaryJson(const std::string& aPath, const Summary& aSummary, std::string& aError);
 // Draws angular rate, distance pulses and the sync offset over time with gnuplot.
-bool WritePlot(const std::string& aPath, const std::vector<PlotPoint>& aPoints, const std::vector<OffsetPoint>& aOffsets,
-               double aSeconds, std::string& aError);
+bool WritePlot(const std::string& aPath, const std::vector<PlotPoint>& aPoints,
+               const std::vector<OffsetPoint>& aOffsets, double aSeconds, std::string& aError);
 
 }  // namespace sim
 

@@ -34,8 +34,8 @@ struct SimOptions {
   std::string recordPath;
   std::string outPath;  // empty: standard output
   OutputFormat format = OutputFormat::Csv;
-  std::string logTarget;      // empty: none; "dlt"; else a file
-  uint32_t logMask = 0x1F;    // categories written (bits: Error 1, Info 4, Info2 8, Interface 16)
+  std::string logTarget;    // empty: none; "dlt"; else a file
+  uint32_t logMask = 0x1F;  // categories written (bits: Error 1, Info 4, Info2 8, Interface 16)
   std::string plotPath;
   std::string summaryJsonPath;
   int64_t peerOffset = 2500;  // local minus peer clock at the start, ms

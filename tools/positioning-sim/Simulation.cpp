@@ -94,7 +94,9 @@ CSimulation::~CSimulation() {
   host::CSimulatedOsal::Instance().SetRealSleep(false);
 }
 
-void CSimulation::At(uint64_t aTime, std::function<void()> aAction) { iQueue.push({aTime, iOrder++, std::move(aAction)}); }
+void CSimulation::At(uint64_t aTime, std::function<void()> aAction) {
+  iQueue.push({aTime, iOrder++, std::move(aAction)});
+}
 
 uint64_t CSimulation::AtSeconds(double aSeconds) const {
   return kLocalStart + static_cast<uint64_t>(std::llround(aSeconds * 1000.0));
@@ -163,8 +165,8 @@ void CSimulation::SendRecord(size_t aIndex) {
   if (!iOptions.soak || !iOptions.recordPath.empty()) iSent.push_back(sent);
   if (!iOptions.plotPath.empty()) {
     const bool can = iKind == SourceKind::Can;
-    iPlotPoints.push_back({static_cast<double>(now - kLocalStart) / 1000.0, sent.field[1],
-                           can ? sent.field[0] : sent.field[2]});
+    iPlotPoints.push_back(
+        {static_cast<double>(now - kLocalStart) / 1000.0, sent.field[1], can ? sent.field[0] : sent.field[2]});
   }
 }
 

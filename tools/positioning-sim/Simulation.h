@@ -64,7 +64,7 @@ struct SoakSummary {
   uint64_t replayErrors = 0;
   bool finalReplayDone = false;  // false when the gate was closed at the end
   uint64_t finalReplaySamples = 0;
-  uint64_t lastMinuteFed = 0;  // first-sensor samples the buffer must hold at the end
+  uint64_t lastMinuteFed = 0;   // first-sensor samples the buffer must hold at the end
   std::vector<uint64_t> rssKb;  // resident memory at the end of each simulated minute
   uint64_t rssFirstMinuteKb = 0;
   uint64_t rssMaxKb = 0;  // after the first minute

@@ -126,8 +126,8 @@ int main(int argc, char** argv) {
     fprintf(stderr, "positioning-sim: %s\n", error.c_str());
     status = kExitFailure;
   }
-  if (!options.plotPath.empty() && !sim::WritePlot(options.plotPath, simulation.PlotPoints(), summary.offsets,
-                                                   summary.simulatedSeconds, error)) {
+  if (!options.plotPath.empty() &&
+      !sim::WritePlot(options.plotPath, simulation.PlotPoints(), summary.offsets, summary.simulatedSeconds, error)) {
     fprintf(stderr, "positioning-sim: %s\n", error.c_str());
     status = kExitFailure;
   }

@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # Shared by the project's scripts: package installation and the native build.
 # Source it; it sets ROOT, BUILD and JOBS.
 
@@ -23,17 +24,17 @@ need_packages() {
 }
 
 # What the native build and its tests need.
+# shellcheck disable=SC2034 # used by the scripts that source this file
 BASE_PACKAGES=(cmake ninja-build g++ pkg-config libgtest-dev libgmock-dev libdlt-dev dlt-daemon dlt-tools gnuplot-nox)
 
-# Configures the native tree in $BUILD with the dev preset (CMakePresets.json); extra
-# arguments go to cmake.
+# Configures the native tree in $BUILD with the dev preset (CMakePresets.json).
 configure_native() {
-  cmake -S "$ROOT" --preset dev -B "$BUILD" "$@" >/dev/null
+  cmake -S "$ROOT" --preset dev -B "$BUILD" >/dev/null
 }
 
 # Configures and builds the native tree in $BUILD.
 build_native() {
   echo "== build ($BUILD)"
-  configure_native "$@"
+  configure_native
   cmake --build "$BUILD" -j "$JOBS"
 }

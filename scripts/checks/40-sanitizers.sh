@@ -9,7 +9,7 @@ source "$(dirname "$0")/sanitizer-build.bash"
 start=$SECONDS
 
 echo "-- clang build with -fsanitize=address,undefined ($SAN_BUILD)"
-build_sanitizers
+build_sanitizers all
 # A module the host unloads stays mapped, so that leak reports can name its functions.
 export LD_PRELOAD="$SAN_BUILD/libkeep_loaded.so${LD_PRELOAD:+:$LD_PRELOAD}"
 

@@ -32,7 +32,7 @@ for target in "${TARGETS[@]}"; do
       exit 1
     fi
   }
-  echo "-- $target: $(ls "$seeds" | wc -l) seeds"
+  echo "-- $target: $(find "$seeds" -maxdepth 1 -type f | wc -l) seeds"
   run "$seeds"/*
   # Leak checks on every input would slow the search tenfold; they come after it.
   run -max_total_time="$FUZZ_SECONDS" -detect_leaks=0 -print_final_stats=1 "$found" "$seeds"

@@ -1,3 +1,4 @@
+# shellcheck shell=bash
 # Sourced by 40-sanitizers.sh and 60-fuzz.sh (after lib.sh): the clang build under
 # AddressSanitizer (LeakSanitizer included) and UndefinedBehaviorSanitizer, with the
 # coverage instrumentation libFuzzer needs, in $SAN_BUILD; the fuzz targets are part

@@ -5,36 +5,27 @@
 
 #include "ContractConstants.h"
 #include "InterfaceBroker.h"
+#include "LoadedModuleTest.h"
 #include "LoggedRecord.h"
 #include "ModuleLoader.h"
 #include "SimulatedPeers.h"
-#include "TestHost.h"
 
 namespace {
 
 using host::BrokerCall;
 using host::ReceivedSample;
-using testing_host::HostTest;
+using testing_host::LoadedModuleTest;
 
 TPosSensorData Record(uint32_t aTime, uint16_t aPulses, int16_t aRate, uint32_t aDirection, uint8_t aSamples) {
   TPosSensorData record = {aTime, aPulses, aRate, aDirection, aSamples};
   return record;
 }
 
-class CanDriveTest : public HostTest {
+class CanDriveTest : public LoadedModuleTest {
  protected:
   void SetUp() override {
-    HostTest::SetUp();
-    ASSERT_TRUE(iLoader.Load(testing_host::ModulePath())) << iLoader.Error();
+    LoadedModuleTest::SetUp();
     iProperties.Set("diversity", "CAN");
-  }
-  void TearDown() override {
-    if (iFeature != nullptr) host::CModuleLoader::Destroy(iFeature);
-    HostTest::TearDown();
-  }
-  void Create() {
-    iFeature = iLoader.Create(iFeatureId, iBroker, iEventBroker, iProperties);
-    ASSERT_NE(nullptr, iFeature);
   }
   // Kicks at aKick (local tick) and answers with the micro-controller's time for it.
   void Synchronise(uint64_t aKick, uint32_t aPeerTime) {
@@ -42,8 +33,6 @@ class CanDriveTest : public HostTest {
     ASSERT_EQ(0, iService.SendSyncTime(aPeerTime));
   }
 
-  host::CModuleLoader iLoader;
-  IFeatureModule2* iFeature = nullptr;
   host::CMicroHostSensorService iService;
   host::CPositioningClient iClientA{"1", "A"};
   host::CPositioningClient iClientB{"1", "B"};
@@ -196,8 +185,7 @@ TEST_F(CanDriveTest, DestructionRevokesTheServiceThenTheStoreThenStopsTheTimer) 
   const size_t callsBefore = iBroker.Calls().size();
   const size_t eventCallsBefore = iEventBroker.Calls().size();
   ClearRecords();
-  host::CModuleLoader::Destroy(iFeature);
-  iFeature = nullptr;
+  Destroy();
 
   std::vector<BrokerCall> calls(iBroker.Calls().begin() + callsBefore, iBroker.Calls().end());
   ASSERT_EQ(2u, calls.size());

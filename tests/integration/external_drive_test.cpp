@@ -5,35 +5,26 @@
 
 #include "ContractConstants.h"
 #include "InterfaceBroker.h"
+#include "LoadedModuleTest.h"
 #include "ModuleLoader.h"
 #include "Platform.h"
 #include "SimulatedOsal.h"
 #include "SimulatedPeers.h"
 #include "StdoutCapture.h"
-#include "TestHost.h"
 
 namespace {
 
 using host::BrokerCall;
 using host::ReceivedSample;
-using testing_host::HostTest;
+using testing_host::LoadedModuleTest;
 
 const TiPositioningSensorType kCombined = contract::kCombinedRecord;
 
-class ExternalDriveTest : public HostTest {
+class ExternalDriveTest : public LoadedModuleTest {
  protected:
   void SetUp() override {
-    HostTest::SetUp();
-    ASSERT_TRUE(iLoader.Load(testing_host::ModulePath())) << iLoader.Error();
+    LoadedModuleTest::SetUp();
     iProperties.Set("diversity", "EXTERNAL");
-  }
-  void TearDown() override {
-    if (iFeature != nullptr) host::CModuleLoader::Destroy(iFeature);
-    HostTest::TearDown();
-  }
-  void Create() {
-    iFeature = iLoader.Create(iFeatureId, iBroker, iEventBroker, iProperties);
-    ASSERT_NE(nullptr, iFeature);
   }
   // Everything present, the service configured and subscribed, one client per sensor.
   void StartAll() {
@@ -47,8 +38,6 @@ class ExternalDriveTest : public HostTest {
     ASSERT_EQ(0, iClientB.Subscribe(2, 0));
   }
 
-  host::CModuleLoader iLoader;
-  IFeatureModule2* iFeature = nullptr;
   host::CClockSyncService iClockSync;
   host::CExternalPositioningService iSensorService;
   host::CPositioningClient iClientA{"2", "A"};
@@ -72,7 +61,7 @@ TEST_F(ExternalDriveTest, ClockSyncServiceArrivalPulsesTheClockSyncPin) {
   iClockSync.Attach(iBroker);
   const std::vector<host::PinChange>& pins = host::CPlatform::Instance().MainUnit().Pins();
   ASSERT_EQ(2u, pins.size());
-  EXPECT_EQ(7u, pins[0].pin);
+  EXPECT_EQ(contract::kClkSyncPin, pins[0].pin);
   EXPECT_EQ(1u, pins[0].level);
   EXPECT_EQ(7u, pins[1].pin);
   EXPECT_EQ(0u, pins[1].level);
@@ -159,8 +148,7 @@ TEST_F(ExternalDriveTest, SubscriptionWithReplayGetsTheBufferedGyroscopeSamples)
 TEST_F(ExternalDriveTest, DestructionRevokesClockSyncThenExternalServiceThenTheStore) {
   StartAll();
   const size_t callsBefore = iBroker.Calls().size();
-  host::CModuleLoader::Destroy(iFeature);
-  iFeature = nullptr;
+  Destroy();
   std::vector<BrokerCall> calls(iBroker.Calls().begin() + callsBefore, iBroker.Calls().end());
   ASSERT_EQ(3u, calls.size());
   EXPECT_EQ(contract::kClockSyncIdentity.identifier, calls[0].identifier);

@@ -13,18 +13,18 @@
 #include "FeatureProperties.h"
 #include "Globals.h"
 #include "InterfaceBroker.h"
+#include "LoadedModuleTest.h"
 #include "LogFacility.h"
 #include "LoggedRecord.h"
 #include "ModuleLoader.h"
 #include "SimulatedOsal.h"
 #include "SimulatedPeers.h"
-#include "TestHost.h"
 
 namespace {
 
 using host::BrokerCall;
 using host::ReceivedSample;
-using testing_host::HostTest;
+using testing_host::LoadedModuleTest;
 
 const TiPositioningSensorType kCombined = contract::kCombinedRecord;
 
@@ -60,13 +60,8 @@ TPosSensorData CanRecord(uint32_t aTime, int16_t aRate) {
   return record;
 }
 
-class FaultInjectionTest : public HostTest {
+class FaultInjectionTest : public LoadedModuleTest {
  protected:
-  void SetUp() override {
-    HostTest::SetUp();
-    ASSERT_TRUE(iLoader.Load(testing_host::ModulePath())) << iLoader.Error();
-  }
-
   // One whole life of a feature on a broker that fails the module call aFailIndex
   // (none when negative): services and a client present from the start, records,
   // a subscription with replay, deletion. Answers the failure records it left.
@@ -162,8 +157,6 @@ class FaultInjectionTest : public HostTest {
       EXPECT_EQ(expected, found);
     }
   }
-
-  host::CModuleLoader iLoader;
 };
 
 TEST_F(FaultInjectionTest, CanFeatureLogsEachFailedRequestAndRevokeOnceAndCarriesOn) {
@@ -294,8 +287,7 @@ class MidReplayTest : public FaultInjectionTest {
     iMicroHost.Attach(iBroker);
     iService.Attach(iBroker);
     iClockSync.Attach(iBroker);
-    iFeature = iLoader.Create(iFeatureId, iBroker, iEventBroker, iProperties);
-    ASSERT_NE(nullptr, iFeature);
+    Create();
     if (iExternal) iService.SendConfiguration({{kCombined, 1, 200, 4}});
     for (int k = 0; k < aRecords; ++k) Send(1000 + 200u * static_cast<uint32_t>(k), static_cast<int16_t>(k));
   }
@@ -304,7 +296,7 @@ class MidReplayTest : public FaultInjectionTest {
     return iMicroHost.SendSensorData(CanRecord(aStamp, aValue));
   }
   void TearDown() override {
-    if (iFeature != nullptr) host::CModuleLoader::Destroy(iFeature);
+    Destroy();
     iClient.Detach(iBroker);
     iMicroHost.Detach(iBroker);
     iService.Detach(iBroker);
@@ -315,7 +307,6 @@ class MidReplayTest : public FaultInjectionTest {
   int16_t RateOf(const ReceivedSample& aSample) const { return aSample.values[iExternal ? 0 : 1]; }
 
   bool iExternal = false;
-  IFeatureModule2* iFeature = nullptr;
   host::CMicroHostSensorService iMicroHost;
   host::CExternalPositioningService iService;
   host::CClockSyncService iClockSync;
@@ -367,8 +358,7 @@ TEST_F(MidReplayTest, ExternalServicesLeavingDuringTheReplayLetItFinishAndDropTh
   ASSERT_EQ(0, Send(70200, 9));
   ASSERT_EQ(2u, client.Samples().size());
   EXPECT_EQ(70200u, client.Samples()[0].timeStamp);
-  host::CModuleLoader::Destroy(iFeature);
-  iFeature = nullptr;
+  Destroy();
   client.Detach(iBroker);
 }
 

@@ -4,21 +4,16 @@
 
 #include "ContractConstants.h"
 #include "InterfaceBroker.h"
+#include "LoadedModuleTest.h"
 #include "ModuleLoader.h"
-#include "TestHost.h"
 
 namespace {
 
 using host::BrokerCall;
-using testing_host::HostTest;
+using testing_host::LoadedModuleTest;
 
-class FeatureLifecycleTest : public HostTest {
+class FeatureLifecycleTest : public LoadedModuleTest {
  protected:
-  void SetUp() override {
-    HostTest::SetUp();
-    ASSERT_TRUE(iLoader.Load(testing_host::ModulePath())) << iLoader.Error();
-  }
-  IFeatureModule2* Create() { return iLoader.Create(iFeatureId, iBroker, iEventBroker, iProperties); }
   // Requests and revokes made by the module, as "kind instance identifier".
   std::vector<std::string> ModuleBrokerCalls() const {
     std::vector<std::string> calls;
@@ -32,7 +27,6 @@ class FeatureLifecycleTest : public HostTest {
     }
     return calls;
   }
-  host::CModuleLoader iLoader;
 };
 
 TEST_F(FeatureLifecycleTest, FeatureTypeAnswersPositioningEveryTime) {
@@ -41,7 +35,7 @@ TEST_F(FeatureLifecycleTest, FeatureTypeAnswersPositioningEveryTime) {
 }
 
 TEST_F(FeatureLifecycleTest, WithoutDiversityTheFeatureRequestsTheMicroHostServiceAndOffersInstanceOne) {
-  IFeatureModule2* feature = Create();
+  IFeatureModule2* feature = NewFeature();
   ASSERT_NE(nullptr, feature);
   EXPECT_EQ((std::vector<std::string>{"RequestShared 0 56/0", "Request 1 34/0"}), ModuleBrokerCalls());
   ASSERT_EQ(1u, iEventBroker.Timers().size());
@@ -54,14 +48,14 @@ TEST_F(FeatureLifecycleTest, WithoutDiversityTheFeatureRequestsTheMicroHostServi
 
 TEST_F(FeatureLifecycleTest, CanDiversityBuildsTheSameCanFeature) {
   iProperties.Set("diversity", "CAN");
-  IFeatureModule2* feature = Create();
+  IFeatureModule2* feature = NewFeature();
   EXPECT_EQ((std::vector<std::string>{"RequestShared 0 56/0", "Request 1 34/0"}), ModuleBrokerCalls());
   host::CModuleLoader::Destroy(feature);
 }
 
 TEST_F(FeatureLifecycleTest, ExternalDiversityRequestsClockSyncAndExternalServiceAndOffersInstanceTwo) {
   iProperties.Set("diversity", "EXTERNAL");
-  IFeatureModule2* feature = Create();
+  IFeatureModule2* feature = NewFeature();
   EXPECT_EQ((std::vector<std::string>{"Request 0 32866/1", "Request 0 32802/1", "Request 2 34/0"}),
             ModuleBrokerCalls());
   // No time object until the clock-sync service comes.
@@ -74,7 +68,7 @@ TEST_F(FeatureLifecycleTest, ExternalDiversityRequestsClockSyncAndExternalServic
 
 TEST_F(FeatureLifecycleTest, UsbDiversityGivesAFeatureThatProvidesNothing) {
   iProperties.Set("diversity", "USB");
-  IFeatureModule2* feature = Create();
+  IFeatureModule2* feature = NewFeature();
   ASSERT_NE(nullptr, feature);
   EXPECT_TRUE(ModuleBrokerCalls().empty());
   EXPECT_TRUE(iEventBroker.Calls().empty());
@@ -88,7 +82,7 @@ TEST_F(FeatureLifecycleTest, UnknownDiversityGivesAFeatureThatProvidesNothing) {
   for (const char* value : {"can", "External", "", "GPS"}) {
     ClearRecords();
     iProperties.Set("diversity", value);
-    IFeatureModule2* feature = Create();
+    IFeatureModule2* feature = NewFeature();
     ASSERT_NE(nullptr, feature) << value;
     EXPECT_EQ((std::vector<std::string>{"", std::string("Diversity: ") + value}), ModuleMessages()) << value;
     host::CModuleLoader::Destroy(feature);
@@ -101,7 +95,7 @@ TEST_F(FeatureLifecycleTest, FeaturesOfEveryKindCanBeCreatedAndDeletedRepeatedly
   for (int round = 0; round < 3; ++round) {
     for (const char* value : {"CAN", "EXTERNAL", "USB"}) {
       iProperties.Set("diversity", value);
-      IFeatureModule2* feature = Create();
+      IFeatureModule2* feature = NewFeature();
       ASSERT_NE(nullptr, feature);
       host::CModuleLoader::Destroy(feature);
       EXPECT_EQ(0u, iBroker.ModuleHandlerCount()) << value;

@@ -1,8 +1,10 @@
 #include "TestHost.h"
 
+#include "EventBroker.h"
 #include "Globals.h"
 #include "LogFacility.h"
 #include "LoggedRecord.h"
+#include "RecordFormat.h"
 
 namespace testing_host {
 
@@ -20,6 +22,18 @@ std::vector<std::string> HostTest::ModuleMessages() const {
   std::vector<std::string> messages;
   for (const host::LoggedRecord& record : ModuleRecords()) messages.push_back(record.Message());
   return messages;
+}
+
+std::vector<std::string> HostTest::Briefs() const {
+  std::vector<std::string> briefs;
+  for (const host::LoggedRecord& record : ModuleRecords()) briefs.push_back(Brief(record));
+  return briefs;
+}
+
+std::vector<std::string> HostTest::EventCalls() const {
+  std::vector<std::string> calls;
+  for (const host::EventCall& call : iEventBroker.Calls()) calls.push_back(Describe(call));
+  return calls;
 }
 
 void HostTest::ClearRecords() { host::CLogFacility::Instance().ClearRecords(); }

@@ -26,6 +26,10 @@ class HostTest : public ::testing::Test {
   const std::vector<host::LoggedRecord>& AllRecords() const;
   // Messages of the module's records, in order.
   std::vector<std::string> ModuleMessages() const;
+  // The module's records in brief, "Info|Function|Message" (RecordFormat.h, Brief).
+  std::vector<std::string> Briefs() const;
+  // The event broker's calls so far, "register 0/10/1000/1" (RecordFormat.h, Describe).
+  std::vector<std::string> EventCalls() const;
   void ClearRecords();
 
   TFeatureId iFeatureId = "positioning-test";

@@ -25,7 +25,6 @@
 namespace {
 
 using testing_host::Brief;
-using testing_host::Describe;
 using testing_host::MessageKinds;
 
 using host::PieceKind;
@@ -117,18 +116,6 @@ class CanSensorTest : public HostTest {
   SensorPtr MakeRecordedSensor() {
     host::CLogFacility::Instance().AddSink(&iTimeline);
     return SensorPtr(new CCANSensor(iFeatureId, iRecordingBroker, iRecordingEventBroker));
-  }
-
-  std::vector<std::string> Briefs() const {
-    std::vector<std::string> briefs;
-    for (const host::LoggedRecord& record : ModuleRecords()) briefs.push_back(Brief(record));
-    return briefs;
-  }
-
-  std::vector<std::string> EventCalls() const {
-    std::vector<std::string> calls;
-    for (const host::EventCall& call : iEventBroker.Calls()) calls.push_back(Describe(call));
-    return calls;
   }
 
   // The newest stored sample of a sensor type.

@@ -23,7 +23,6 @@
 namespace {
 
 using testing_host::Brief;
-using testing_host::Describe;
 using testing_host::MessageKinds;
 
 using host::PieceKind;
@@ -45,18 +44,6 @@ typedef std::unique_ptr<CSyncTime, DeleteSyncTime> SyncTimePtr;
 
 class MainUnitSyncTest : public HostTest {
  protected:
-  std::vector<std::string> Briefs() const {
-    std::vector<std::string> briefs;
-    for (const host::LoggedRecord& record : ModuleRecords()) briefs.push_back(Brief(record));
-    return briefs;
-  }
-
-  std::vector<std::string> EventCalls() const {
-    std::vector<std::string> calls;
-    for (const host::EventCall& call : iEventBroker.Calls()) calls.push_back(Describe(call));
-    return calls;
-  }
-
   std::vector<std::string> Pins() const {
     std::vector<std::string> pins;
     for (const host::PinChange& change : MainUnit().Pins()) pins.push_back(Describe(change));

@@ -40,18 +40,6 @@ class CCountingSyncTime : public CSyncTime {
 
 class SyncTimeTest : public HostTest {
  protected:
-  std::vector<std::string> Briefs() const {
-    std::vector<std::string> briefs;
-    for (const host::LoggedRecord& record : ModuleRecords()) briefs.push_back(Brief(record));
-    return briefs;
-  }
-
-  std::vector<std::string> EventCalls() const {
-    std::vector<std::string> calls;
-    for (const host::EventCall& call : iEventBroker.Calls()) calls.push_back(Describe(call));
-    return calls;
-  }
-
   // Every record so far is a closed, framed record of the time base's source.
   void ExpectWellFormedRecords() const {
     for (const host::LoggedRecord& record : AllRecords()) {

@@ -23,6 +23,9 @@ class CCANSensor : public ISensor, public CReflectionInterfaceHandler<IMicroHost
   CCANSensor(const TFeatureId& aFeatureId, IInterfaceBroker& aBroker, IEventBroker& aEventBroker);
   // Revokes the service, then deletes the store and the time base.
   virtual ~CCANSensor();
+  // Owns its store: a copy would free or unregister it twice.
+  CCANSensor(const CCANSensor&) = delete;
+  CCANSensor& operator=(const CCANSensor&) = delete;
 
   void OnInterfaceAvailable(IMicroHostSensorMale& aPeer) override;
   void OnInterfaceUnavailable(IMicroHostSensorMale& aPeer) override;

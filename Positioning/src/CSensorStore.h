@@ -54,6 +54,9 @@ class CSensorStore : public CReflectionInterfaceHandler<IPositioningSensorFemale
                const std::string& aInstanceName);
   // Revokes the service and frees the buffers and client lists. Clients are not told.
   virtual ~CSensorStore();
+  // Owns its buffers, lists and configuration copy: a copy would free or unregister it twice.
+  CSensorStore(const CSensorStore&) = delete;
+  CSensorStore& operator=(const CSensorStore&) = delete;
 
   // A client connected: it is sent the configuration.
   void OnInterfaceAvailable(IPositioningSensorMale& aClient) override;

@@ -25,6 +25,9 @@ class CExternalSensor : public ISensor,
   CExternalSensor(const TFeatureId& aFeatureId, IInterfaceBroker& aInterfaceBroker, IEventBroker& aEventBroker);
   // Revokes both services, then deletes the store and the time base.
   virtual ~CExternalSensor();
+  // Owns its store and time base: a copy would free or unregister it twice.
+  CExternalSensor(const CExternalSensor&) = delete;
+  CExternalSensor& operator=(const CExternalSensor&) = delete;
 
   // The clock-sync service came: a time base is made if there is none, and kicked.
   void OnInterfaceAvailable(IArdenClockSyncFemale& aFemale) override;

@@ -20,6 +20,9 @@ class CPositioning : public IFeatureModule2 {
   CPositioning(const TFeatureId& aFeatureId, IInterfaceBroker& aInterfaceBroker, IEventBroker& aEventBroker,
                const IFeatureProperties& aProperties);
   virtual ~CPositioning();
+  // Owns its source: a copy would free or unregister it twice.
+  CPositioning(const CPositioning&) = delete;
+  CPositioning& operator=(const CPositioning&) = delete;
 
   // The source created, or null.
   ISensor* Sensor() const { return iSensor; }

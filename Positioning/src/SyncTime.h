@@ -16,6 +16,9 @@ class CSyncTime : public IEventObserver {
   CSyncTime();
   // Unregisters the timer event if a broker was ever set.
   virtual ~CSyncTime();
+  // Its timer registration names this object: a copy would free or unregister it twice.
+  CSyncTime(const CSyncTime&) = delete;
+  CSyncTime& operator=(const CSyncTime&) = delete;
 
   // Kicks on the sync timer event (class 0, id 10); ignores every other event.
   void OnEvent(const TEvent& aEvent) override;

@@ -89,10 +89,10 @@ bool IsRuntimeSymbol(const std::string& aName) {
   // The C library, the C++ runtime and the compiler's support routines (on ARM the
   // EABI helpers for division and unwinding: __aeabi_idiv, __aeabi_unwind_cpp_pr0).
   static const std::regex runtime(
-      "^(malloc|calloc|free|memcpy|memmove|memset|memcmp|strlen|printf|puts|putchar|abort|"
+      "^(malloc|calloc|free|memcpy|memmove|memset|memcmp|strlen|printf|puts|putchar|abort|__libc_single_threaded|"
       "__cxa_[a-z_]+|__stack_chk_[a-z]+|__aeabi_[a-z0-9_]+|"
       "__gxx_personality_v0|_Unwind_[A-Za-z]+|__dynamic_cast|"
-      "_ZNSt.*|_ZNKSt.*|_ZSt.*|_ZTVN10__cxxabiv1.*|_Zdl.*|_Znw.*|_Zda.*|_Zna.*)$");
+      "_ZNSt.*|_ZNKSt.*|_ZNSs.*|_ZNKSs.*|_ZSt.*|_ZTVN10__cxxabiv1.*|_Zdl.*|_Znw.*|_Zda.*|_Zna.*)$");
   return std::regex_match(aName, runtime);
 }
 
@@ -206,6 +206,41 @@ TEST_F(ModuleSymbolsTest, TakesEveryRuntimeSymbolFromARuntimeLibraryByVersion) {
     EXPECT_TRUE(Contains(kRuntimeLibraries, symbol.versionFile))
         << symbol.name << "@" << symbol.version << " from '" << symbol.versionFile << "'";
   }
+}
+
+// The contract passes std::string (feature identifiers, instance and property names),
+// and the entry points are C names: nothing at load time tells a daemon built with the
+// other std::string ABI (_GLIBCXX_USE_CXX11_ABI) from a matching one. What the module
+// takes of the string class from libstdc++ shows the ABI it was built with: exactly
+// these, for the ABI this test is built with (the same as the module's).
+TEST_F(ModuleSymbolsTest, TakesTheStringClassOfItsOwnStringAbi) {
+  const std::string size = sizeof(size_t) == 8 ? "m" : "j";  // size_t in a mangled name
+#if _GLIBCXX_USE_CXX11_ABI
+  const std::string version = "GLIBCXX_3.4.21";
+  const std::set<std::string> expected = {
+      "_ZNKSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEE7compareEPKc",
+      "_ZNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEE9_M_createER" + size + size,
+  };
+#else
+  const std::string version = "GLIBCXX_3.4";
+  const std::set<std::string> expected = {
+      "_ZNKSs7compareEPKc",
+      "_ZNSs4_Rep10_M_destroyERKSaIcE",
+      "_ZNSs4_Rep20_S_empty_rep_storageE",
+      "_ZNSs4_Rep8_M_cloneERKSaIcE" + size,
+      "_ZNSs4_Rep9_S_createE" + size + size + "RKSaIcE",
+  };
+#endif
+  std::set<std::string> strings;
+  for (const ElfSymbol& symbol : Undefined()) {
+    if (symbol.name.find("basic_string") == std::string::npos && symbol.name.rfind("_ZNSs", 0) != 0 &&
+        symbol.name.rfind("_ZNKSs", 0) != 0)
+      continue;
+    strings.insert(symbol.name);
+    EXPECT_EQ(version, symbol.version) << symbol.name;
+    EXPECT_EQ("libstdc++.so.6", symbol.versionFile) << symbol.name;
+  }
+  EXPECT_EQ(expected, strings);
 }
 
 TEST_F(ModuleSymbolsTest, NeedsOnlyRuntimeLibrariesAndNoHostLibrary) {

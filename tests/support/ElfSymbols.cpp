@@ -57,6 +57,7 @@ bool Parse(const std::vector<char>& aFile, ElfDynamicInfo& aInfo, std::string& a
           Elf32_Vernaux aux;
           memcpy(&aux, aFile.data() + auxAt, sizeof aux);
           versions[aux.vna_other] = std::make_pair(text(strings, aux.vna_name), file);
+          aInfo.versionNeeds.push_back(std::make_pair(file, text(strings, aux.vna_name)));
           if (aux.vna_next == 0) break;
           auxAt += aux.vna_next;
         }

@@ -4,6 +4,7 @@
 #define TESTS_ELF_SYMBOLS_H
 
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace testing_host {
@@ -22,9 +23,12 @@ struct ElfSymbol {
 struct ElfDynamicInfo {
   std::vector<ElfSymbol> symbols;   // .dynsym without the null entry
   std::vector<std::string> needed;  // DT_NEEDED entries
-  int elfClass = 0;                 // 32 or 64
-  unsigned machine = 0;             // e_machine
-  unsigned flags = 0;               // e_flags (ARM: EABI version, float ABI)
+  // .gnu.version_r: every (library, version) the object needs, "GLIBCXX_3.4.21" from
+  // "libstdc++.so.6", whether or not a symbol names it.
+  std::vector<std::pair<std::string, std::string> > versionNeeds;
+  int elfClass = 0;      // 32 or 64
+  unsigned machine = 0;  // e_machine
+  unsigned flags = 0;    // e_flags (ARM: EABI version, float ABI)
 };
 
 // Reads aPath; on failure answers false and says why in aError.

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 
+#include "ContractConstants.h"
 #include "InterfaceBroker.h"
 #include "SimulatedPeers.h"
 
@@ -14,7 +15,7 @@ namespace fuzzing {
 
 namespace {
 
-const TiPositioningSensorType kTypes[CStoreModel::kSensors] = {1, 2};
+const TiPositioningSensorType kTypes[CStoreModel::kSensors] = {contract::kGyroscope, contract::kOdometer};
 
 }  // namespace
 
@@ -56,8 +57,8 @@ std::string CStdoutTap::Take() {
 
 CSensorStore* FindStore(const host::CInterfaceBroker& aBroker, const std::string& aInstance) {
   for (const host::BrokerCall& call : aBroker.Calls()) {
-    if (call.kind == host::BrokerCall::Request && call.identifier == 34 && call.instance == aInstance &&
-        call.result != 0)
+    if (call.kind == host::BrokerCall::Request && call.identifier == contract::kPositioningIdentity.identifier &&
+        call.instance == aInstance && call.result != 0)
       return dynamic_cast<CSensorStore*>(call.handler);
   }
   return nullptr;
@@ -69,76 +70,31 @@ std::string Describe(const host::ReceivedSample& aSample) {
   return text + "]";
 }
 
-void CStoreModel::Feed(int aHandle, uint64_t aTime, int16_t aValue0, int16_t aValue1) {
-  host::ReceivedSample sample;
-  sample.type = kTypes[aHandle];
-  sample.timeStamp = aTime;
-  sample.values = {aValue0, aValue1};
-  iRing[aHandle].push_back(sample);
-  if (iRing[aHandle].size() > kCapacity) iRing[aHandle].pop_front();
-  ++iFed[aHandle];
-  if (!GateOpen()) return;
-  for (size_t client : iLists[aHandle]) iExpected[client].push_back(sample);
-  iDelivered += iLists[aHandle].size();
-}
-
-reflection::TErrCode CStoreModel::Subscribe(size_t aClient, TiPositioningSensorType aType, txdr_bool aFlag) {
-  if (!iOffered || !iAttached[aClient]) return host::kNotConnected;
-  for (int i = 0; i < kSensors; ++i) {
-    if (kTypes[i] != aType) continue;
-    iLists[i].insert(iLists[i].begin(), aClient);
-    ++iSubscriptions;
-  }
-  if (!GateOpen() || aFlag != 1) return 0;
-  // The replay: the first sensor's buffer, oldest first, to its newest subscriber.
-  ++iReplays;
-  if (iLists[0].empty()) return 0;
-  for (const host::ReceivedSample& sample : iRing[0]) iExpected[iLists[0].front()].push_back(sample);
-  iReplayed += iRing[0].size();
-  return 0;
-}
-
 void CStoreModel::Report() const {
   if (getenv("POSITIONING_FUZZ_VERBOSE") == nullptr) return;
   fprintf(stderr, "fed %llu+%llu, subscriptions %d, delivered %llu, replays %llu (%llu samples)\n",
-          static_cast<unsigned long long>(iFed[0]), static_cast<unsigned long long>(iFed[1]), iSubscriptions,
-          static_cast<unsigned long long>(iDelivered), static_cast<unsigned long long>(iReplays),
-          static_cast<unsigned long long>(iReplayed));
-}
-
-void CStoreModel::Attached(size_t aClient) {
-  iAttached[aClient] = true;
-  if (!iOffered || iStorePeer >= 0) return;  // connects its own end only
-  iStorePeer = static_cast<int>(aClient);
-  ++iConfigurations[aClient];
-}
-
-void CStoreModel::Detached(size_t aClient) {
-  iAttached[aClient] = false;
-  if (iStorePeer != static_cast<int>(aClient)) return;  // the store never hears of it
-  iStorePeer = -1;
-  for (int i = 0; i < kSensors; ++i) {
-    auto it = std::find(iLists[i].begin(), iLists[i].end(), aClient);
-    if (it != iLists[i].end()) iLists[i].erase(it);
-  }
+          static_cast<unsigned long long>(Fed(0)), static_cast<unsigned long long>(Fed(1)), Subscriptions(),
+          static_cast<unsigned long long>(Delivered()), static_cast<unsigned long long>(Replays()),
+          static_cast<unsigned long long>(Replayed()));
 }
 
 void CStoreModel::Check(const CSensorStore& aStore, std::vector<std::unique_ptr<host::CPositioningClient>>& aClients,
                         bool aFullRing) {
+  for (const Delivery& delivery : TakeExpected()) iExpected[delivery.client].push_back(delivery.sample);
   FUZZ_CHECK(aStore.SensorCount() == kSensors);
-  FUZZ_CHECK_MSG(aStore.SubscriptionCount() == iSubscriptions,
-                 "store " + std::to_string(aStore.SubscriptionCount()) + ", model " + std::to_string(iSubscriptions));
+  FUZZ_CHECK_MSG(aStore.SubscriptionCount() == Subscriptions(),
+                 "store " + std::to_string(aStore.SubscriptionCount()) + ", model " + std::to_string(Subscriptions()));
   for (int h = 0; h < kSensors; ++h) {
     const CSensorStore::TSensorEntry& sensor = aStore.Sensor(h);
     FUZZ_CHECK(sensor.config.sensorType == kTypes[h]);
     // Client list: the same clients in the same order, newest first.
-    FUZZ_CHECK_MSG(sensor.clients.iCount == static_cast<int32_t>(iLists[h].size()),
+    FUZZ_CHECK_MSG(sensor.clients.iCount == static_cast<int32_t>(Subscribers(h).size()),
                    "sensor " + std::to_string(h) + " list " + std::to_string(sensor.clients.iCount) + ", model " +
-                       std::to_string(iLists[h].size()));
+                       std::to_string(Subscribers(h).size()));
     const CHKNode<CSensorStore::clientRecord>* node = sensor.clients.iHead;
-    for (size_t k = 0; k < iLists[h].size(); ++k) {
+    for (size_t k = 0; k < Subscribers(h).size(); ++k) {
       FUZZ_CHECK(node != nullptr);
-      FUZZ_CHECK(node->iData.client == static_cast<IPositioningSensorMale*>(aClients[iLists[h][k]].get()));
+      FUZZ_CHECK(node->iData.client == static_cast<IPositioningSensorMale*>(aClients[Subscribers(h)[k]].get()));
       FUZZ_CHECK(k == 0 ? node->iPrev == nullptr : node->iPrev != nullptr && node->iPrev->iNext == node);
       node = node->iNext;
     }
@@ -148,15 +104,15 @@ void CStoreModel::Check(const CSensorStore& aStore, std::vector<std::unique_ptr<
     const CRingBuffer<CSensorStore::TSensorData>* buffer = sensor.buffer;
     FUZZ_CHECK(buffer != nullptr);
     FUZZ_CHECK(buffer->iCapacity == static_cast<int32_t>(kCapacity));
-    FUZZ_CHECK(buffer->iCount == static_cast<int32_t>(iRing[h].size()));
+    FUZZ_CHECK(buffer->iCount == static_cast<int32_t>(Ring(h).size()));
     FUZZ_CHECK(buffer->iCount <= buffer->iCapacity);
     FUZZ_CHECK(buffer->iWritePos >= 0 && buffer->iWritePos < buffer->iCapacity);
-    FUZZ_CHECK(buffer->iWritePos == static_cast<int32_t>(iFed[h] % kCapacity));
-    const size_t first = iRing[h].size() < kCapacity ? 0 : static_cast<size_t>(buffer->iWritePos);
-    const size_t from = aFullRing ? 0 : (iRing[h].empty() ? 0 : iRing[h].size() - 1);
-    for (size_t k = from; k < iRing[h].size(); ++k) {
+    FUZZ_CHECK(buffer->iWritePos == static_cast<int32_t>(Fed(h) % kCapacity));
+    const size_t first = Ring(h).size() < kCapacity ? 0 : static_cast<size_t>(buffer->iWritePos);
+    const size_t from = aFullRing ? 0 : (Ring(h).empty() ? 0 : Ring(h).size() - 1);
+    for (size_t k = from; k < Ring(h).size(); ++k) {
       const CSensorStore::TSensorData& slot = buffer->iData[(first + k) % kCapacity];
-      const host::ReceivedSample& want = iRing[h][k];
+      const host::ReceivedSample& want = Ring(h)[k];
       FUZZ_CHECK_MSG(slot.timeStamp == want.timeStamp && slot.size == 2 && slot.values[0] == want.values[0] &&
                          slot.values[1] == want.values[1],
                      "sensor " + std::to_string(h) + " record " + std::to_string(k) + " should be " + Describe(want) +

@@ -8,7 +8,6 @@
 #include <stdint.h>
 #include <stdio.h>
 
-#include <deque>
 #include <map>
 #include <memory>
 #include <string>
@@ -17,6 +16,7 @@
 #include "CSensorStore.h"
 #include "InterfaceBroker.h"
 #include "SimulatedPeers.h"
+#include "StoreModel.h"
 
 namespace fuzzing {
 
@@ -71,30 +71,20 @@ CSensorStore* FindStore(const host::CInterfaceBroker& aBroker, const std::string
 // Renders a sample for failure messages.
 std::string Describe(const host::ReceivedSample& aSample);
 
-// What the store must do, worked out from the calls the target makes: ring buffers of
-// one minute per sensor, the client lists newest first, the subscription count and the
-// delivery gate, the replay of the first sensor, and which client the store knows as
-// its connected peer (the one whose leaving it hears of).
-class CStoreModel {
+// The store's expected behaviour (host::CStoreModel, shared with the simulator's soak
+// check), with what a target checks besides: the configuration each client must have
+// received, and the module's store itself compared with the model.
+class CStoreModel : public host::CStoreModel {
  public:
-  static const size_t kCapacity = 300;  // one minute at the fixed 200 ms period
-  static const int kSensors = 2;
-
   // aClients: the target's pool of clients; aOffered: whether the store's service is
   // attached to the broker.
   CStoreModel(size_t aClients, bool aOffered)
-      : iExpected(aClients), iConfigurations(aClients, 0), iAttached(aClients, false), iOffered(aOffered) {}
+      : host::CStoreModel(aClients, aOffered), iExpected(aClients), iConfigurations(aClients, 0) {}
 
-  // A sample stored in sensor aHandle (0: type 1, 1: type 2).
-  void Feed(int aHandle, uint64_t aTime, int16_t aValue0, int16_t aValue1);
-  // What Subscribe must answer; kNotConnected for a client that is not connected.
-  reflection::TErrCode Subscribe(size_t aClient, TiPositioningSensorType aType, txdr_bool aFlag);
-  void Attached(size_t aClient);
-  void Detached(size_t aClient);
-  bool IsAttached(size_t aClient) const { return iAttached[aClient]; }
-  bool GateOpen() const { return iSubscriptions == kSensors; }
-  int Subscriptions() const { return iSubscriptions; }
-  uint64_t Fed(int aHandle) const { return iFed[aHandle]; }
+  // A client connected; the one the store connects gets its configuration.
+  void Attached(size_t aClient) {
+    if (host::CStoreModel::Attached(aClient)) ++iConfigurations[aClient];
+  }
   // With POSITIONING_FUZZ_VERBOSE set, what the input did: for checking what a seed
   // reaches.
   void Report() const;
@@ -105,18 +95,8 @@ class CStoreModel {
              bool aFullRing);
 
  private:
-  std::deque<host::ReceivedSample> iRing[kSensors];
-  uint64_t iFed[kSensors] = {0, 0};
-  std::vector<size_t> iLists[kSensors];  // newest subscriber first
-  int iSubscriptions = 0;
   std::vector<std::vector<host::ReceivedSample>> iExpected;
   std::vector<size_t> iConfigurations;
-  std::vector<bool> iAttached;
-  bool iOffered;
-  int iStorePeer = -1;
-  uint64_t iDelivered = 0;
-  uint64_t iReplayed = 0;
-  uint64_t iReplays = 0;
 };
 
 // The client steps both stream targets take, each checked against the model. Every

@@ -9,6 +9,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include "ContractConstants.h"
 #include "EventBroker.h"
 #include "FeatureProperties.h"
 #include "FuzzSupport.h"
@@ -81,20 +82,20 @@ class CHandshakeRun {
       end.object = call.handler;
       end.module = true;
       end.instance = call.instance;
-      if (call.identifier == 0x38) {
+      if (call.identifier == contract::kMicroHostSensorIdentity.identifier) {
         end.pair = EMicroHost;
         end.availableFunction = "virtual void CCANSensor::OnInterfaceAvailable(IMicroHostSensorMale&)";
         end.unavailableFunction = "virtual void CCANSensor::OnInterfaceUnavailable(IMicroHostSensorMale&)";
-      } else if (call.identifier == 34) {
+      } else if (call.identifier == contract::kPositioningIdentity.identifier) {
         end.pair = EPositioning;
         end.availableFunction = "virtual void CSensorStore::OnInterfaceAvailable(IPositioningSensorMale&)";
         end.unavailableFunction = "virtual void CSensorStore::OnInterfaceUnavailable(IPositioningSensorMale&)";
-      } else if (call.identifier == 0x8062) {
+      } else if (call.identifier == contract::kClockSyncIdentity.identifier) {
         end.pair = EClockSync;
         end.availableFunction = "virtual void CExternalSensor::OnInterfaceAvailable(IArdenClockSyncFemale&)";
         end.unavailableFunction = "virtual void CExternalSensor::OnInterfaceUnavailable(IArdenClockSyncFemale&)";
       } else {
-        FUZZ_CHECK(call.identifier == 0x8022);
+        FUZZ_CHECK(call.identifier == contract::kExternalSensorIdentity.identifier);
         end.pair = EExternal;
         end.availableFunction = "virtual void CExternalSensor::OnInterfaceAvailable(IHalvikPositioningSensorFemale&)";
         end.unavailableFunction =
@@ -141,15 +142,15 @@ class CHandshakeRun {
   static TInterfaceIdentity Identity(TPair aPair) {
     switch (aPair) {
       case EMicroHost:
-        return {0x38, 0};
+        return contract::kMicroHostSensorIdentity;
       case EPositioning:
-        return {34, 0};
+        return contract::kPositioningIdentity;
       case EClockSync:
-        return {0x8062, 1};
+        return contract::kClockSyncIdentity;
       case EExternal:
         break;
     }
-    return {0x8022, 1};
+    return contract::kExternalSensorIdentity;
   }
 
   void AddPeer(IReflectionInterface* aObject, TPair aPair, const std::string& aInstance) {

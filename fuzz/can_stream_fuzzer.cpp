@@ -9,6 +9,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include "ContractConstants.h"
 #include "EventBroker.h"
 #include "FeatureProperties.h"
 #include "FuzzSupport.h"
@@ -68,7 +69,7 @@ class CCanRun {
     if (flags & 2) iProperties.Set("diversity", "CAN");
     for (size_t c = 0; c < kClients; ++c) iClients.emplace_back(new host::CPositioningClient("1"));
     iEvents.SetOnFired([this](const host::Timer& aTimer) {
-      if (aTimer.eventClass == 0 && aTimer.eventId == 10)
+      if (aTimer.eventClass == contract::kSyncEventClass && aTimer.eventId == contract::kSyncEventId)
         iClock.lastKick = static_cast<int64_t>(host::CSimulatedOsal::Instance().Now());
     });
     if (flags & 4) AttachService();

@@ -11,6 +11,7 @@
 #include <stddef.h>
 #include <stdint.h>
 
+#include "ContractConstants.h"
 #include "EventBroker.h"
 #include "ExternalSensor.h"
 #include "FeatureProperties.h"
@@ -29,7 +30,7 @@ using fuzzing::CInput;
 using fuzzing::CStoreModel;
 
 const size_t kClients = 4;
-const TiPositioningSensorType kCombined = 0x8000;
+const TiPositioningSensorType kCombined = contract::kCombinedRecord;
 
 enum TOp {
   ESensorData,       // u8 mode, [u16 type], time stamp, u8 size, size x i16
@@ -61,7 +62,7 @@ class CExternalRun {
     iProperties.Set("diversity", "EXTERNAL");
     for (size_t c = 0; c < kClients; ++c) iClients.emplace_back(new host::CPositioningClient("2"));
     iEvents.SetOnFired([this](const host::Timer& aTimer) {
-      if (aTimer.eventClass == 0 && aTimer.eventId == 10) {
+      if (aTimer.eventClass == contract::kSyncEventClass && aTimer.eventId == contract::kSyncEventId) {
         FUZZ_CHECK(iSyncExists);
         iLastKick = static_cast<int64_t>(host::CSimulatedOsal::Instance().Now());
       }
@@ -108,7 +109,7 @@ class CExternalRun {
   // The module's end of the external service, as the broker was given it.
   IHalvikPositioningSensorMale* FindSensor() const {
     for (const host::BrokerCall& call : iBroker.Calls()) {
-      if (call.kind == host::BrokerCall::Request && call.identifier == 0x8022)
+      if (call.kind == host::BrokerCall::Request && call.identifier == contract::kExternalSensorIdentity.identifier)
         return dynamic_cast<IHalvikPositioningSensorMale*>(call.handler);
     }
     return nullptr;
@@ -117,7 +118,7 @@ class CExternalRun {
   // The module's end of the clock-sync service.
   IArdenClockSyncMale* FindClockSyncEnd() const {
     for (const host::BrokerCall& call : iBroker.Calls()) {
-      if (call.kind == host::BrokerCall::Request && call.identifier == 0x8062)
+      if (call.kind == host::BrokerCall::Request && call.identifier == contract::kClockSyncIdentity.identifier)
         return dynamic_cast<IArdenClockSyncMale*>(call.handler);
     }
     return nullptr;

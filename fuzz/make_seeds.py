@@ -174,6 +174,49 @@ def handshake_seeds():
     return s
 
 
+# trace_reader_fuzzer: a flags byte (bit 0: shift the stamps to just before the wrap;
+# bits 1-2: a replay window; bits 3-4: loops), then the trace's text.
+def trace_seeds():
+    can = b"TimeStamp,DistancePuls,AngularRate,DrivingDirection,NrOfSamples\n"
+    ext = b"timeStamp,value0,value1,value2,value3\n"
+    clock = (b"# clock: local-start-ms=100000 local-anchor-ms=100100 peer-anchor-ms=97600 drift-ppm=40 "
+             b"sync-latency-ms=20\n")
+    rows = b"".join(b"%d,%d,%d,33,10\n" % (97600 + 200 * i, i % 7, 100 - i) for i in range(30))
+    s = {}
+    s["can_recording"] = u8(0) + b"# positioning-sim trace\n" + clock + can + rows
+    s["can_window_and_loops"] = u8(2 | 8) + can + rows
+    s["can_across_the_wrap"] = u8(1) + can + b"4294967000,1,2,33,10\n4294967200,1,2,33,10\n104,1,2,33,10\n"
+    s["external_going_back"] = u8(4) + ext + b"1000,10,1,0,1\n1200,10,1,0,1\n900,10,1,0,1\n900,10,1,0,1\n"
+    s["external_stamp_shift"] = (u8(16) + clock + ext + b"97600,10,1,0,1\n# stamp-shift-ms: 5000\n"
+                                 b"102800,10,1,0,1\n# stamp-shift-ms: -300\n97700,10,1,0,1\n")
+    s["header_in_lower_case"] = u8(0) + b"timestamp,distancepuls,angularrate,drivingdirection,nrofsamples\n1,2,3,4,5\n"
+    s["byte_order_mark"] = u8(0) + b"\xef\xbb\xbf" + can + b"1,2,3,4,5\n"
+    s["out_of_range"] = u8(0) + ext + b"97600,1,2,3,4\n9000000000000000000,1,2,3,4\n"
+# drive_import_fuzzer: a choices byte, a period byte, then the CSV text.
+def import_seed(choices, period, text):
+    return u8(choices) + u8(period) + text.encode()
+
+
+def import_seeds():
+    s = {}
+    rows = "".join("%.2f,%.3f,%.1f,D,%.2f,%.2f,%.1f\n" % (i * 0.05, (i % 40 - 20) / 7.0, 36 + i % 9, i * 0.5,
+                                                            i * 0.25, (i * 3) % 360) for i in range(60))
+    s["speed_pose_gear"] = import_seed(0x02 | 0x10, 95, "t,r,v,g,x,y,h\n" + rows)
+    s["distance_external_geographic"] = import_seed(
+        0x01 | 0x02 | 0x04 | 0x08 | 0x20,
+        20,
+        "\ufeff# logger\nt,r,d,x,y,h\n" + "".join("%.1f,1.5,%.2f,48.%06d,11.%06d,%d\n" % (i * 0.1, i * 0.9, 1000 + i,
+                                                                                           2000 + i, i % 360)
+                                                      for i in range(50)))
+    s["milliseconds_reverse_sparse_pose"] = import_seed(
+        0x02 | 0x10 | 0x40 | 0x80, 0,
+        "g,t,x,y,h,v,r\n" + "".join("%s,%d,%s,-%.1f,%.3f\n" % ("R" if i > 30 else "drive", i * 7,
+                                                               "1,2,90" if i % 10 == 0 else ",,", 3.6 * (i % 5),
+                                                               -0.25 * i) for i in range(45)))
+    s["gap_and_going_back"] = import_seed(0x00, 90, "t,r,v\n0,0,1\n0.5,1,1\n0.4,1,1\n100,0,0\n")
+    return s
+
+
 def write(target, seeds):
     folder = os.path.join(ROOT, target)
     os.makedirs(folder, exist_ok=True)
@@ -186,3 +229,5 @@ if __name__ == "__main__":
     write("can_stream_fuzzer", can_seeds())
     write("external_stream_fuzzer", external_seeds())
     write("broker_handshake_fuzzer", handshake_seeds())
+    write("trace_reader_fuzzer", trace_seeds())
+    write("drive_import_fuzzer", import_seeds())

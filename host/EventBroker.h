@@ -8,6 +8,7 @@
 #include <stdint.h>
 
 #include <functional>
+#include <utility>
 #include <vector>
 
 #include "IEventBroker.h"
@@ -50,7 +51,7 @@ class CEventBroker : public IEventBroker {
   // Delivers an event to an observer at once, as the daemon would for other events.
   void Deliver(IEventObserver* aObserver, uint32_t aClass, uint32_t aId);
   // Called after each timer event has been delivered (the simulator watches kicks).
-  void SetOnFired(std::function<void(const Timer&)> aObserver) { iOnFired = aObserver; }
+  void SetOnFired(std::function<void(const Timer&)> aObserver) { iOnFired = std::move(aObserver); }
 
   const std::vector<Timer>& Timers() const { return iTimers; }
   const std::vector<EventCall>& Calls() const { return iCalls; }

@@ -32,7 +32,7 @@ std::vector<BrokerCall> CInterfaceBroker::CallsOf(BrokerCall::Kind aKind) const 
 }
 
 bool CInterfaceBroker::IsAttached(const std::string& aInstance, const TInterfaceIdentity& aIdentity,
-                                  IReflectionInterface* aHandler) const {
+                                  const IReflectionInterface* aHandler) const {
   for (const Entry& entry : iEntries) {
     if (entry.handler == aHandler && SameKey(entry.instance, entry.identifier, entry.qualifier, aInstance, aIdentity))
       return true;
@@ -65,7 +65,7 @@ std::vector<CInterfaceBroker::Entry> CInterfaceBroker::Matching(const std::strin
 }
 
 bool CInterfaceBroker::Remove(const std::string& aInstance, const TInterfaceIdentity& aIdentity,
-                              IReflectionInterface* aHandler) {
+                              const IReflectionInterface* aHandler) {
   for (auto it = iEntries.begin(); it != iEntries.end(); ++it) {
     if (it->handler == aHandler && SameKey(it->instance, it->identifier, it->qualifier, aInstance, aIdentity)) {
       iEntries.erase(it);

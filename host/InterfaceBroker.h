@@ -65,7 +65,7 @@ class CInterfaceBroker : public IInterfaceBroker {
   std::vector<BrokerCall> CallsOf(BrokerCall::Kind aKind) const;
   // Whether aHandler is attached (as module handler or peer) under that key.
   bool IsAttached(const std::string& aInstance, const TInterfaceIdentity& aIdentity,
-                  IReflectionInterface* aHandler) const;
+                  const IReflectionInterface* aHandler) const;
   // Module handlers attached anywhere.
   size_t ModuleHandlerCount() const;
 
@@ -92,7 +92,7 @@ class CInterfaceBroker : public IInterfaceBroker {
   bool ShouldFail(BrokerCall::Kind aKind);
   std::vector<Entry> Matching(const std::string& aInstance, const TInterfaceIdentity& aIdentity,
                               bool aModuleSide) const;
-  bool Remove(const std::string& aInstance, const TInterfaceIdentity& aIdentity, IReflectionInterface* aHandler);
+  bool Remove(const std::string& aInstance, const TInterfaceIdentity& aIdentity, const IReflectionInterface* aHandler);
   void Connect(IReflectionInterface* aModule, IReflectionInterface* aPeer);
   void Disconnect(IReflectionInterface* aModule, IReflectionInterface* aPeer);
 

@@ -4,6 +4,7 @@
 
 #include "LogSink.h"
 #include "LoggedRecord.h"
+#include "SimulatedOsal.h"
 
 namespace host {
 
@@ -96,7 +97,7 @@ void CLogFacility::Reset() {
   iRecords.clear();
   iCalls.clear();
   iSinks.clear();
-  for (auto& stream : iStreams) stream->iOpen = false;
+  for (const auto& stream : iStreams) stream->iOpen = false;
 }
 
 void CLogFacility::AddSink(ILogSink* aSink) { iSinks.push_back(aSink); }
@@ -163,6 +164,7 @@ logging::internals::CLogHandle CLogFacility::OpenRecord(const char* aCategory, c
   stream->iRecord.enabled = aEnabled;
   stream->iRecord.file = aFile;
   stream->iRecord.line = aLine;
+  stream->iRecord.time = CSimulatedOsal::Instance().Now();
   return logging::internals::CLogHandle(iHandleFlags, stream);
 }
 

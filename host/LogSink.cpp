@@ -1,5 +1,7 @@
 #include "LogSink.h"
 
+#include <inttypes.h>
+
 #include "LoggedRecord.h"
 
 namespace host {
@@ -8,7 +10,8 @@ CTextLogSink::CTextLogSink(FILE* aFile, uint32_t aCategoryMask) : iFile(aFile), 
 
 void CTextLogSink::OnRecord(const LoggedRecord& aRecord) {
   if ((CategoryNumber(aRecord.category) & iMask) == 0) return;
-  fprintf(iFile, "%s\n", aRecord.Line().c_str());
+  // A sink has nowhere to report a failed write to; the record stays in the facility.
+  (void)fprintf(iFile, "%" PRIu64 " %s\n", aRecord.time, aRecord.Line().c_str());
 }
 
 }  // namespace host

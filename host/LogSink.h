@@ -18,11 +18,12 @@ class ILogSink {
   virtual void OnRecord(const LoggedRecord& aRecord) = 0;
 };
 
-// Writes each record whose category is in the mask as one readable line.
+// Writes each record whose category is in the mask as one readable line, led by the
+// simulated time in milliseconds: the samples' time base, so the two line up.
 class CTextLogSink : public ILogSink {
  public:
   // aFile stays the caller's.
-  CTextLogSink(FILE* aFile, uint32_t aCategoryMask = contract::kLogMaskAll);
+  explicit CTextLogSink(FILE* aFile, uint32_t aCategoryMask = contract::kLogMaskAll);
   void OnRecord(const LoggedRecord& aRecord) override;
 
  private:

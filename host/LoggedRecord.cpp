@@ -44,6 +44,7 @@ const char* KindName(PieceKind aKind) {
 }
 
 std::string LogPiece::Render() const {
+  // Holds any pointer or 64-bit number in full, so snprintf never truncates.
   char buffer[32];
   switch (kind) {
     case PieceKind::Bool:
@@ -51,10 +52,10 @@ std::string LogPiece::Render() const {
     case PieceKind::Text:
       return text;
     case PieceKind::Pointer:
-      snprintf(buffer, sizeof buffer, "0x%" PRIxPTR, reinterpret_cast<uintptr_t>(pointer));
+      (void)snprintf(buffer, sizeof buffer, "0x%" PRIxPTR, reinterpret_cast<uintptr_t>(pointer));
       return buffer;
     default:
-      snprintf(buffer, sizeof buffer, "%" PRId64, number);
+      (void)snprintf(buffer, sizeof buffer, "%" PRId64, number);
       return buffer;
   }
 }

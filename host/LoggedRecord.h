@@ -35,6 +35,7 @@ struct LoggedRecord {
   int32_t enabled = 0;  // what the control answered and the module passed on
   std::string file;
   int line = 0;
+  uint64_t time = 0;             // simulated milliseconds (the OSAL tick) when it was opened
   std::vector<LogPiece> pieces;  // everything appended before the line end
   std::string lineEnd;           // what AppendLineEnd received
   bool closed = false;

@@ -6,6 +6,7 @@
 #include <stdint.h>
 
 #include <functional>
+#include <utility>
 #include <vector>
 
 #include "PlatformDevice.h"
@@ -27,7 +28,7 @@ class CMainUnitIO : public IMainUnitIO {
   // What SetPin answers for a given level (1 by default).
   void SetPinResult(uint32_t aLevel, TBool aResult) { (aLevel == 0 ? iResultLow : iResultHigh) = aResult; }
   // Called after every SetPin, e.g. for a clock-sync service reacting to the pulse.
-  void SetOnPin(std::function<void(const PinChange&)> aObserver) { iOnPin = aObserver; }
+  void SetOnPin(std::function<void(const PinChange&)> aObserver) { iOnPin = std::move(aObserver); }
 
   const std::vector<PinChange>& Pins() const { return iPins; }
   int PluggedInQueries() const { return iPluggedInQueries; }

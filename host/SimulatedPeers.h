@@ -7,6 +7,7 @@
 
 #include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "IArdenClockSync.h"
@@ -87,7 +88,7 @@ class CPositioningClient : public CPeerEnd<IPositioningSensorMale> {
   // What SensorData answers (0 by default).
   void SetSensorDataResult(reflection::TErrCode aResult) { iSensorDataResult = aResult; }
   // Called for every sample received, after it is kept.
-  void SetOnSample(std::function<void(const ReceivedSample&)> aObserver) { iOnSample = aObserver; }
+  void SetOnSample(std::function<void(const ReceivedSample&)> aObserver) { iOnSample = std::move(aObserver); }
 
   const std::string& Name() const { return iName; }
   const std::vector<ReceivedSample>& Samples() const { return iSamples; }

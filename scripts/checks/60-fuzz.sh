@@ -9,7 +9,7 @@ source "$(dirname "$0")/../lib.sh"
 source "$(dirname "$0")/sanitizer-build.bash"
 start=$SECONDS
 FUZZ_SECONDS=${FUZZ_SECONDS:-60}
-TARGETS=(can_stream_fuzzer external_stream_fuzzer broker_handshake_fuzzer)
+TARGETS=(can_stream_fuzzer external_stream_fuzzer broker_handshake_fuzzer trace_reader_fuzzer drive_import_fuzzer)
 
 echo "-- fuzz targets ($SAN_BUILD)"
 build_sanitizers "${TARGETS[@]}"
@@ -24,6 +24,7 @@ for target in "${TARGETS[@]}"; do
   found="$scratch/$target"
   mkdir -p "$found"
   log="$scratch/$target.log"
+  # -timeout: an input that runs longer than 10 s fails like a crash, so a hang is found.
   common=(-artifact_prefix="$artifacts/$target-" -max_len=4096 -timeout=10 -rss_limit_mb=2048)
   run() {
     if ! "$binary" "${common[@]}" "$@" >"$log" 2>&1; then

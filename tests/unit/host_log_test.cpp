@@ -7,6 +7,7 @@
 #include "LogFacility.h"
 #include "LogSink.h"
 #include "LoggedRecord.h"
+#include "SimulatedOsal.h"
 #include "TestHost.h"
 
 namespace {
@@ -31,6 +32,7 @@ void WriteRecord(const char* aCategory, uint32_t aNumber, int32_t aValue) {
 class HostLogTest : public testing_host::HostTest {};
 
 TEST_F(HostLogTest, RecordKeepsEverythingTheModuleGave) {
+  host::CSimulatedOsal::Instance().SetNow(100080);
   WriteRecord("logging::categories::Info", 4, -7);
   ASSERT_EQ(1u, AllRecords().size());
   const LoggedRecord& record = AllRecords()[0];
@@ -40,6 +42,7 @@ TEST_F(HostLogTest, RecordKeepsEverythingTheModuleGave) {
   EXPECT_EQ(1, record.enabled);
   EXPECT_EQ("src/File.cpp", record.file);
   EXPECT_EQ(12, record.line);
+  EXPECT_EQ(100080u, record.time);
   EXPECT_EQ("\n", record.lineEnd);
   EXPECT_TRUE(record.closed);
   ASSERT_EQ(4u, record.pieces.size());
@@ -78,11 +81,18 @@ TEST_F(HostLogTest, TextSinkWritesSelectedCategoriesAsLines) {
   FILE* memory = open_memstream(&text, &size);
   host::CTextLogSink sink(memory, logging::categories::Error);
   CLogFacility::Instance().AddSink(&sink);
+  host::CSimulatedOsal::Instance().SetNow(100200);
   WriteRecord("logging::categories::Info", 4, 1);
   WriteRecord("logging::categories::Error", 1, 2);
+  host::CSimulatedOsal::Instance().SetNow(100400);
+  WriteRecord("logging::categories::Error", 1, 3);
   CLogFacility::Instance().RemoveSink(&sink);
   fclose(memory);
-  EXPECT_EQ("Error Positioning Fn src/File.cpp:12 (value: 2)\n", std::string(text, size));
+  // Each line leads with the simulated time the record was written at.
+  EXPECT_EQ(
+      "100200 Error Positioning Fn src/File.cpp:12 (value: 2)\n"
+      "100400 Error Positioning Fn src/File.cpp:12 (value: 3)\n",
+      std::string(text, size));
   free(text);
 }
 

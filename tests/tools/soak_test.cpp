@@ -12,56 +12,41 @@
 
 namespace {
 
-using testing_host::CScratchDir;
-using testing_host::JsonNumber;
-using testing_host::ReadFile;
 using testing_host::RunSim;
 using testing_host::SimRun;
 
 const int kSoakFailed = 3;
 
-// Under AddressSanitizer freed memory waits in its quarantine, and cross-built tests
-// run under qemu-user, whose translation cache grows whenever code first runs: the
-// resident memory is theirs, not the module's, so the memory figures are not checked
-// there (scripts/checks/65-soak.sh checks them natively).
-#if defined(__SANITIZE_ADDRESS__) || defined(__arm__) || defined(__aarch64__)
-#define SOAK_MEMORY_MEANINGLESS 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define SOAK_MEMORY_MEANINGLESS 1
-#endif
-#endif
-#ifdef SOAK_MEMORY_MEANINGLESS
-const bool kMemoryChecked = false;
-#else
-const bool kMemoryChecked = true;
-#endif
+const bool kMemoryChecked = testing_host::kMemoryMeaningful;
 
-struct TSoak {
-  SimRun run;
-  std::string json;
-  double Number(const std::string& aKey) const { return JsonNumber(json, aKey); }
-  bool Flag(const std::string& aKey) const { return json.find("\"" + aKey + "\":true") != std::string::npos; }
+// A soak run: its figures are under "soak" in the summary, the rest at the top.
+struct TSoak : testing_host::SimResult {
+  const nlohmann::json& Figures(const std::string& aKey) const {
+    static const nlohmann::json kNone;
+    if (summary.contains("soak") && summary["soak"].contains(aKey)) return summary["soak"][aKey];
+    return summary.contains(aKey) ? summary[aKey] : kNone;
+  }
+  double Number(const std::string& aKey) const {
+    const nlohmann::json& value = Figures(aKey);
+    return value.is_number() ? value.get<double>() : -1e300;
+  }
+  bool Flag(const std::string& aKey) const { return Figures(aKey) == true; }
 };
 
 TSoak Soak(std::vector<std::string> aArguments) {
-  CScratchDir scratch;
   aArguments.push_back("--soak");
-  aArguments.push_back("--summary-json");
-  aArguments.push_back(scratch.File("summary.json"));
   if (!kMemoryChecked) {
     aArguments.push_back("--rss-tolerance");
     aArguments.push_back("1000000");
   }
   TSoak soak;
-  soak.run = RunSim(aArguments);
-  soak.json = ReadFile(scratch.File("summary.json"));
+  static_cast<testing_host::SimResult&>(soak) = testing_host::RunSimWithSummary(aArguments);
   return soak;
 }
 
 TEST(SoakTest, TenMinutesOfTheCanSourcePassEveryCheckAndReportTheFigures) {
   const TSoak soak = Soak({"--duration", "600"});
-  ASSERT_EQ(0, soak.run.status) << soak.run.err;
+  ASSERT_EQ(0, soak.run.exitCode) << soak.run.err;
   EXPECT_TRUE(soak.Flag("passed"));
   EXPECT_EQ(3000, soak.Number("records_fed"));
   // The client subscribed before the first record: everything fed reaches it twice
@@ -87,7 +72,7 @@ TEST(SoakTest, TenMinutesOfTheCanSourcePassEveryCheckAndReportTheFigures) {
 
 TEST(SoakTest, TenMinutesOfTheExternalSourcePassEveryCheck) {
   const TSoak soak = Soak({"--diversity", "EXTERNAL", "--duration", "600"});
-  ASSERT_EQ(0, soak.run.status) << soak.run.err;
+  ASSERT_EQ(0, soak.run.exitCode) << soak.run.err;
   EXPECT_TRUE(soak.Flag("passed"));
   EXPECT_EQ(6000, soak.Number("deliveries_checked"));
   EXPECT_EQ(300, soak.Number("final_replay_samples"));
@@ -95,7 +80,7 @@ TEST(SoakTest, TenMinutesOfTheExternalSourcePassEveryCheck) {
 
 TEST(SoakTest, LateClientsReplayIsCheckedAgainstTheLastMinute) {
   const TSoak soak = Soak({"--duration", "300", "--late-client", "90"});
-  ASSERT_EQ(0, soak.run.status) << soak.run.err;
+  ASSERT_EQ(0, soak.run.exitCode) << soak.run.err;
   // The replay when it subscribes, and the final one.
   EXPECT_EQ(2, soak.Number("replays_checked"));
   EXPECT_EQ(0, soak.Number("replay_errors"));
@@ -105,7 +90,7 @@ TEST(SoakTest, LateClientsReplayIsCheckedAgainstTheLastMinute) {
 
 TEST(SoakTest, SecondClientClosesTheGateSoOnlyWhatCameBeforeIsDeliveredAndNothingIsReplayed) {
   const TSoak soak = Soak({"--duration", "120", "--second-client", "30"});
-  ASSERT_EQ(0, soak.run.status) << soak.run.err;
+  ASSERT_EQ(0, soak.run.exitCode) << soak.run.err;
   EXPECT_EQ(150, soak.Number("records_gate_open"));
   EXPECT_EQ(300, soak.Number("deliveries_checked"));
   EXPECT_FALSE(soak.Flag("final_replay"));
@@ -116,7 +101,7 @@ TEST(SoakTest, ServiceAndClockFaultsKeepEveryCheckPassing) {
   for (const char* diversity : {"CAN", "EXTERNAL"}) {
     const TSoak soak = Soak({"--diversity", diversity, "--duration", "600", "--service-leave", "100:200",
                              "--clock-sync-loss", "300:400", "--time-jump", "450:-5000"});
-    ASSERT_EQ(0, soak.run.status) << diversity << "\n" << soak.run.err;
+    ASSERT_EQ(0, soak.run.exitCode) << diversity << "\n" << soak.run.err;
     EXPECT_EQ(0, soak.Number("delivery_errors")) << diversity;
     EXPECT_EQ(soak.Number("records_fed"), soak.Number("records_gate_open")) << diversity;
     EXPECT_EQ(2 * soak.Number("records_fed"), soak.Number("deliveries_checked")) << diversity;
@@ -126,7 +111,7 @@ TEST(SoakTest, ServiceAndClockFaultsKeepEveryCheckPassing) {
 
 TEST(SoakTest, ClientRejoiningClosesTheGateForGood) {
   const TSoak soak = Soak({"--diversity", "EXTERNAL", "--duration", "200", "--client-rejoin", "100"});
-  ASSERT_EQ(0, soak.run.status) << soak.run.err;
+  ASSERT_EQ(0, soak.run.exitCode) << soak.run.err;
   // Between leaving (100 s) and subscribing again (101 s) the count still says open,
   // but nobody is subscribed; the new subscriptions close the gate.
   EXPECT_EQ(505, soak.Number("records_gate_open"));
@@ -136,7 +121,7 @@ TEST(SoakTest, ClientRejoiningClosesTheGateForGood) {
 
 TEST(SoakTest, ALostSampleFailsTheSoakWithExitStatus3) {
   const TSoak soak = Soak({"--duration", "300", "--inject-loss", "500"});
-  EXPECT_EQ(kSoakFailed, soak.run.status) << soak.run.err;
+  EXPECT_EQ(kSoakFailed, soak.run.exitCode) << soak.run.err;
   EXPECT_FALSE(soak.Flag("passed"));
   EXPECT_EQ(6, soak.Number("delivery_errors"));
   EXPECT_NE(std::string::npos, soak.run.err.find("first mismatch:       record at")) << soak.run.err;
@@ -146,7 +131,7 @@ TEST(SoakTest, ALostSampleFailsTheSoakWithExitStatus3) {
 TEST(SoakTest, GrowingMemoryFailsTheSoakWithExitStatus3) {
   if (!kMemoryChecked) GTEST_SKIP() << "resident memory is the sanitizer's or the emulator's";
   const TSoak soak = Soak({"--duration", "600", "--inject-leak", "256"});
-  EXPECT_EQ(kSoakFailed, soak.run.status) << soak.run.err;
+  EXPECT_EQ(kSoakFailed, soak.run.exitCode) << soak.run.err;
   EXPECT_FALSE(soak.Flag("passed"));
   // Nine minutes after the first, 256 kB each.
   EXPECT_GE(soak.Number("rss_growth_kb"), 9 * 256);
@@ -157,14 +142,14 @@ TEST(SoakTest, GrowingMemoryFailsTheSoakWithExitStatus3) {
 TEST(SoakTest, ToleranceIsTheGrowthAllowed) {
   if (!kMemoryChecked) GTEST_SKIP() << "resident memory is the sanitizer's or the emulator's";
   const TSoak soak = Soak({"--duration", "600", "--inject-leak", "256", "--rss-tolerance", "100000"});
-  EXPECT_EQ(0, soak.run.status) << soak.run.err;
+  EXPECT_EQ(0, soak.run.exitCode) << soak.run.err;
   EXPECT_EQ(100000, soak.Number("rss_tolerance_kb"));
 }
 
 TEST(SoakTest, BadSoakOptionsAreRefused) {
-  EXPECT_EQ(2, RunSim({"--soak", "--rss-tolerance", "-1"}).status);
-  EXPECT_EQ(2, RunSim({"--soak", "--inject-loss", "0"}).status);
-  EXPECT_EQ(2, RunSim({"--soak", "--inject-leak", "many"}).status);
+  EXPECT_EQ(2, RunSim({"--soak", "--rss-tolerance", "-1"}).exitCode);
+  EXPECT_EQ(2, RunSim({"--soak", "--inject-loss", "0"}).exitCode);
+  EXPECT_EQ(2, RunSim({"--soak", "--inject-leak", "many"}).exitCode);
 }
 
 }  // namespace

@@ -1,0 +1,29 @@
+// Where the module's log records go: nowhere (the cheapest logger) or readable lines in
+// a file; DLT is a unit of its own (DltLogOutput). All behind ILogOutput.
+#ifndef SIM_LOG_OUTPUT_H
+#define SIM_LOG_OUTPUT_H
+
+#include <stdint.h>
+#include <stdio.h>
+
+#include <memory>
+#include <string>
+
+namespace sim {
+
+// An attached log destination; detaches when destroyed.
+class ILogOutput {
+ public:
+  virtual ~ILogOutput() {}
+  // Detaches and finishes writing; false with the reason when something was lost.
+  virtual bool Close(std::string& /*aError*/) { return true; }
+};
+
+// Records discarded.
+std::unique_ptr<ILogOutput> DiscardLog();
+// Readable lines into aFile (which the output closes); aName for messages.
+std::unique_ptr<ILogOutput> TextLog(FILE* aFile, const std::string& aName, uint32_t aMask);
+
+}  // namespace sim
+
+#endif  // SIM_LOG_OUTPUT_H

@@ -1,0 +1,80 @@
+#include "OutputFiles.h"
+
+#include <errno.h>
+#include <limits.h>
+#include <stdlib.h>
+#include <string.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace sim {
+
+namespace {
+
+// What identifies the file a path names: its device and inode when it exists, its
+// absolute path when it is still to be made; empty for devices and pipes.
+std::string FileKey(const std::string& aPath) {
+  if (aPath == "-") return "-";
+  struct stat info;
+  if (stat(aPath.c_str(), &info) == 0) {
+    if (!S_ISREG(info.st_mode)) return std::string();
+    return "#" + std::to_string(info.st_dev) + ":" + std::to_string(info.st_ino);
+  }
+  const size_t slash = aPath.rfind('/');
+  const std::string folder = slash == std::string::npos ? "." : slash == 0 ? "/" : aPath.substr(0, slash);
+  const std::string name = slash == std::string::npos ? aPath : aPath.substr(slash + 1);
+  char resolved[PATH_MAX];
+  if (realpath(folder.c_str(), resolved) == nullptr) return "@" + aPath;
+  return "@" + std::string(resolved) + "/" + name;
+}
+
+}  // namespace
+
+bool OutputsAreDistinct(const std::vector<OutputRequest>& aOutputs, const std::vector<std::string>& aInputs,
+                        std::string& aError) {
+  std::vector<std::string> keys;
+  for (const OutputRequest& output : aOutputs) keys.push_back(FileKey(output.path));
+  for (size_t i = 0; i < aOutputs.size(); ++i) {
+    if (keys[i].empty()) continue;
+    for (const std::string& input : aInputs) {
+      if (FileKey(input) == keys[i]) {
+        aError = aOutputs[i].option + " " + aOutputs[i].path + " would overwrite the input " + input;
+        return false;
+      }
+    }
+    for (size_t j = 0; j < i; ++j) {
+      if (keys[j] == keys[i]) {
+        aError = aOutputs[j].option + " and " + aOutputs[i].option +
+                 (keys[i] == "-" ? " both write to standard output (-)" : " name the same file: " + aOutputs[i].path);
+        return false;
+      }
+    }
+  }
+  return true;
+}
+
+FILE* OpenOutput(const std::string& aPath, std::string& aError) {
+  // A copy of standard output: while the module runs, standard output itself carries
+  // its printing, captured apart.
+  if (aPath == "-") {
+    fflush(stdout);
+    const int copy = dup(STDOUT_FILENO);
+    FILE* file = copy < 0 ? nullptr : fdopen(copy, "w");
+    if (file == nullptr) aError = "standard output: " + std::string(strerror(errno));
+    return file;
+  }
+  FILE* file = fopen(aPath.c_str(), "w");
+  if (file == nullptr) aError = aPath + ": " + strerror(errno);
+  return file;
+}
+
+bool CloseOutput(FILE* aFile, const std::string& aPath, std::string& aError) {
+  if (aFile == nullptr) return true;
+  const bool failed = ferror(aFile) != 0;
+  const bool closed = fclose(aFile) == 0;
+  if (closed && !failed) return true;
+  aError = aPath + ": writing failed" + (closed ? std::string() : std::string(": ") + strerror(errno));
+  return false;
+}
+
+}  // namespace sim

@@ -11,9 +11,12 @@ build_native
 echo "== tests"
 ctest --test-dir "$BUILD" --output-on-failure -j "$JOBS"
 
+echo "== native build and suite took $SECONDS s"
 for check in "$ROOT"/scripts/checks/*.sh; do
   [ -e "$check" ] || continue
   echo "== $(basename "$check" .sh)"
+  before=$SECONDS
   bash "$check"
+  echo "== $(basename "$check" .sh) took $((SECONDS - before)) s"
 done
-echo "== all tests passed"
+echo "== all tests passed in $SECONDS s"

@@ -302,10 +302,19 @@ void AddOptions(CLI::App& aRun, COptionValues& aValues, SimOptions& aOptions, co
   aRun.add_option("--summary-json", output.summaryJsonPath, "the summary as JSON as well (- for standard output)")
       ->type_name("FILE")
       ->group("Output");
+  aRun.add_option("--result-dir", output.resultDir,
+                  "write the drive's result into DIR (created when missing): samples.csv, summary.json (the same "
+                  "bytes for the same drive and build, with the samples' SHA-256), path.csv, log.txt (--log-level, "
+                  "default error) and run.json (wall time, host, module); each file is renamed into place when "
+                  "complete. Replaces --out, --summary-json, --path and --log")
+      ->type_name("DIR")
+      ->group("Output");
   aRun.add_flag("-q,--quiet", output.quiet, "no summary on standard error")->group("Output");
 }
 
 }  // namespace
+
+const char* SimVersion() { return kVersion; }
 
 int ParseCommandLine(int aArgc, char** aArgv, const std::string& aDefaultModule, SimOptions& aOptions) {
   aOptions.modulePath = aDefaultModule;
@@ -377,6 +386,18 @@ int ParseCommandLine(int aArgc, char** aArgv, const std::string& aDefaultModule,
   if (!aOptions.path.truthPath.empty() && aOptions.tracePath.empty()) {
     fprintf(stderr, "positioning-sim: --truth goes with --trace: the built-in drive knows its own truth\n");
     return kExitUsage;
+  }
+  if (!aOptions.output.resultDir.empty()) {
+    for (const char* option : {"--out", "--summary-json", "--path", "--log", "--format", "--soak"}) {
+      if (run->count(option) > 0) {
+        fprintf(stderr,
+                "positioning-sim: --result-dir writes the samples, summary, path and log itself: leave out %s\n",
+                option);
+        return kExitUsage;
+      }
+    }
+    // A library of long drives: the full log would outweigh everything else.
+    if (run->count("--log-level") == 0) aOptions.output.logMask = contract::kLogMaskError;
   }
   if (aOptions.soak.enabled && !aOptions.output.outPath.empty()) {
     fprintf(stderr, "positioning-sim: --soak checks the samples instead of writing them: leave out --out\n");

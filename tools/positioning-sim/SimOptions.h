@@ -39,6 +39,7 @@ struct OutputOptions {
   uint32_t logMask = contract::kLogMaskAll;  // categories written
   std::string plotPath;
   std::string summaryJsonPath;
+  std::string resultDir;  // one folder for samples, summary, path and log (ResultDir)
   bool quiet = false;
 };
 
@@ -78,6 +79,9 @@ struct SimOptions {
   bool importing = false;  // the `import` subcommand
   ImportOptions import;
 };
+
+// What --version prints: the program and its version (part of a build's identity).
+const char* SimVersion();
 
 // Parses the command line (argv[0] included). Answers -1 when the run should go on;
 // otherwise the exit status, after printing the help, the version or the usage error.

@@ -23,6 +23,7 @@ const char* const kFooter =
     "Without a subcommand, `run` is meant: positioning-sim --duration 60 is positioning-sim run --duration 60.\n"
     "Options take their value as --opt VALUE or --opt=VALUE. Fault times are seconds from the feature's start.\n"
     "positioning-sim import --help: how a recorded drive becomes a trace and a truth file.\n"
+    "positioning-sim compare --help: two builds' results of a drive or a library, drive by drive.\n"
     "\n"
     "Exit status:\n"
     "  0    the run went through (and with --soak, every check passed)\n"
@@ -332,12 +333,13 @@ int ParseCommandLine(int aArgc, char** aArgv, const std::string& aDefaultModule,
   AddOptions(*run, values, aOptions, aDefaultModule);
   AddPathOptions(*run, values, aOptions.path);
   CLI::App* import = AddImportCommand(app, aOptions.import);
+  CLI::App* compare = AddCompareCommand(app, aOptions.compare);
 
   // `run` is the default: a command line without a subcommand is one for `run`.
   std::vector<std::string> arguments;
   for (int i = 1; i < aArgc; ++i) arguments.push_back(aArgv[i]);
-  const bool topLevel =
-      !arguments.empty() && (arguments[0] == "run" || arguments[0] == "import" || arguments[0] == "--version");
+  const bool topLevel = !arguments.empty() && (arguments[0] == "run" || arguments[0] == "import" ||
+                                               arguments[0] == "compare" || arguments[0] == "--version");
   if (!topLevel) arguments.insert(arguments.begin(), "run");
   std::reverse(arguments.begin(), arguments.end());  // CLI11 takes them last first
   try {
@@ -358,6 +360,10 @@ int ParseCommandLine(int aArgc, char** aArgv, const std::string& aDefaultModule,
     if (ResolveImportOptions(aOptions.import, error)) return -1;
     fprintf(stderr, "positioning-sim import: %s (see import --help)\n", error.c_str());
     return kExitUsage;
+  }
+  if (compare->parsed()) {
+    aOptions.comparing = true;
+    return -1;
   }
   if (!values.Convert(error)) {
     fprintf(stderr, "positioning-sim: %s\n", error.c_str());

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "CompareCommand.h"
 #include "ContractConstants.h"
 #include "ImportCommand.h"
 #include "SampleWriter.h"
@@ -78,6 +79,8 @@ struct SimOptions {
   PathOptions path;
   bool importing = false;  // the `import` subcommand
   ImportOptions import;
+  bool comparing = false;  // the `compare` subcommand
+  CompareOptions compare;
 };
 
 // What --version prints: the program and its version (part of a build's identity).

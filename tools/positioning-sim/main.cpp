@@ -197,6 +197,7 @@ int main(int argc, char** argv) {
   const int parsed = ParseCommandLine(argc, argv, POSITIONING_DEFAULT_MODULE, options);
   if (parsed >= 0) return parsed;
   if (options.importing) return RunImport(options.import);
+  if (options.comparing) return RunCompare(options.compare);
   CatchInterruptions();
   const OutputOptions& output = options.output;
   const SourceKind kind =

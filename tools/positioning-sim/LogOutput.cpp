@@ -18,6 +18,7 @@ class CDiscard : public ILogOutput {
 class CNumberedAddressSink : public host::ILogSink {
  public:
   CNumberedAddressSink(FILE* aFile, uint32_t aMask) : iFile(aFile), iMask(aMask) {}
+  uint32_t Categories() const override { return iMask; }
   void OnRecord(const host::LoggedRecord& aRecord) override {
     if ((host::CategoryNumber(aRecord.category) & iMask) == 0) return;
     host::LoggedRecord numbered = aRecord;

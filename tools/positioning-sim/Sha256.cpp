@@ -4,6 +4,12 @@
 #include <stdio.h>
 #include <string.h>
 
+#if defined(__x86_64__) || defined(__i386__)
+#include <cpuid.h>
+#include <immintrin.h>
+#define SIM_SHA_X86 1
+#endif
+
 namespace sim {
 
 namespace {
@@ -20,13 +26,56 @@ const uint32_t kRound[64] = {
 
 inline uint32_t Rotate(uint32_t aValue, int aBits) { return (aValue >> aBits) | (aValue << (32 - aBits)); }
 
-}  // namespace
+#ifdef SIM_SHA_X86
+bool HasShaInstructions() {
+  unsigned a = 0, b = 0, c = 0, d = 0;
+  if (__get_cpuid(1, &a, &b, &c, &d) == 0) return false;
+  const bool ssse3 = (c & bit_SSSE3) != 0, sse41 = (c & bit_SSE4_1) != 0;
+  if (__get_cpuid_count(7, 0, &a, &b, &c, &d) == 0) return false;
+  return ssse3 && sse41 && (b & bit_SHA) != 0;
+}
 
-CSha256::CSha256()
-    : iState{0x6a09e667, 0xbb67ae85, 0x3c6ef372, 0xa54ff53a, 0x510e527f, 0x9b05688c, 0x1f83d9ab, 0x5be0cd19},
-      iPending{} {}
+// The rounds with the SHA extensions: four rounds per pair of sha256rnds2, the
+// message schedule with sha256msg1/msg2, the state kept as ABEF and CDGH.
+__attribute__((target("sha,sse4.1,ssse3"))) void ShaBlocks(uint32_t* aState, const uint8_t* aData, size_t aCount) {
+  const __m128i byteSwap = _mm_set_epi64x(0x0c0d0e0f08090a0bULL, 0x0405060700010203ULL);
+  __m128i cdab = _mm_shuffle_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(aState)), 0xB1);
+  __m128i efgh = _mm_shuffle_epi32(_mm_loadu_si128(reinterpret_cast<const __m128i*>(aState + 4)), 0x1B);
+  __m128i abef = _mm_alignr_epi8(cdab, efgh, 8);
+  __m128i cdgh = _mm_blend_epi16(efgh, cdab, 0xF0);
+  for (; aCount > 0; --aCount, aData += 64) {
+    const __m128i abefBefore = abef, cdghBefore = cdgh;
+    __m128i w[4];
+    for (int i = 0; i < 4; ++i)
+      w[i] = _mm_shuffle_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(aData + 16 * i)), byteSwap);
+#pragma GCC unroll 16
+    for (int group = 0; group < 16; ++group) {
+      const __m128i& current = w[group % 4];
+      __m128i message = _mm_add_epi32(current, _mm_loadu_si128(reinterpret_cast<const __m128i*>(kRound + 4 * group)));
+      cdgh = _mm_sha256rnds2_epu32(cdgh, abef, message);
+      if (group >= 3 && group <= 14) {
+        __m128i& next = w[(group + 1) % 4];
+        next = _mm_add_epi32(next, _mm_alignr_epi8(current, w[(group + 3) % 4], 4));
+        next = _mm_sha256msg2_epu32(next, current);
+      }
+      message = _mm_shuffle_epi32(message, 0x0E);
+      abef = _mm_sha256rnds2_epu32(abef, cdgh, message);
+      if (group >= 1 && group <= 12) {
+        __m128i& previous = w[(group + 3) % 4];
+        previous = _mm_sha256msg1_epu32(previous, current);
+      }
+    }
+    abef = _mm_add_epi32(abef, abefBefore);
+    cdgh = _mm_add_epi32(cdgh, cdghBefore);
+  }
+  const __m128i feba = _mm_shuffle_epi32(abef, 0x1B);
+  const __m128i dchg = _mm_shuffle_epi32(cdgh, 0xB1);
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(aState), _mm_blend_epi16(feba, dchg, 0xF0));
+  _mm_storeu_si128(reinterpret_cast<__m128i*>(aState + 4), _mm_alignr_epi8(dchg, feba, 8));
+}
+#endif
 
-void CSha256::Block(const uint8_t* aBlock) {
+void PortableBlock(uint32_t* aState, const uint8_t* aBlock) {
   uint32_t w[64];
   for (int i = 0; i < 16; ++i) {
     w[i] = static_cast<uint32_t>(aBlock[4 * i]) << 24 | static_cast<uint32_t>(aBlock[4 * i + 1]) << 16 |
@@ -37,8 +86,8 @@ void CSha256::Block(const uint8_t* aBlock) {
     const uint32_t s1 = Rotate(w[i - 2], 17) ^ Rotate(w[i - 2], 19) ^ (w[i - 2] >> 10);
     w[i] = w[i - 16] + s0 + w[i - 7] + s1;
   }
-  uint32_t a = iState[0], b = iState[1], c = iState[2], d = iState[3];
-  uint32_t e = iState[4], f = iState[5], g = iState[6], h = iState[7];
+  uint32_t a = aState[0], b = aState[1], c = aState[2], d = aState[3];
+  uint32_t e = aState[4], f = aState[5], g = aState[6], h = aState[7];
   for (int i = 0; i < 64; ++i) {
     const uint32_t t1 = h + (Rotate(e, 6) ^ Rotate(e, 11) ^ Rotate(e, 25)) + ((e & f) ^ (~e & g)) + kRound[i] + w[i];
     const uint32_t t2 = (Rotate(a, 2) ^ Rotate(a, 13) ^ Rotate(a, 22)) + ((a & b) ^ (a & c) ^ (b & c));
@@ -51,14 +100,37 @@ void CSha256::Block(const uint8_t* aBlock) {
     b = a;
     a = t1 + t2;
   }
-  iState[0] += a;
-  iState[1] += b;
-  iState[2] += c;
-  iState[3] += d;
-  iState[4] += e;
-  iState[5] += f;
-  iState[6] += g;
-  iState[7] += h;
+  aState[0] += a;
+  aState[1] += b;
+  aState[2] += c;
+  aState[3] += d;
+  aState[4] += e;
+  aState[5] += f;
+  aState[6] += g;
+  aState[7] += h;
+}
+
+}  // namespace
+
+bool CSha256::Accelerated() {
+#ifdef SIM_SHA_X86
+  static const bool accelerated = HasShaInstructions();
+  return accelerated;
+#else
+  return false;
+#endif
+}
+
+CSha256::CSha256(bool aPortable)
+    : iState{0x6a09e667, 0xbb67ae85, 0x3c6ef372, 0xa54ff53a, 0x510e527f, 0x9b05688c, 0x1f83d9ab, 0x5be0cd19},
+      iPending{},
+      iAccelerated(!aPortable && Accelerated()) {}
+
+void CSha256::Blocks(const uint8_t* aBlocks, size_t aCount) {
+#ifdef SIM_SHA_X86
+  if (iAccelerated) return ShaBlocks(iState, aBlocks, aCount);
+#endif
+  for (size_t i = 0; i < aCount; ++i) PortableBlock(iState, aBlocks + 64 * i);
 }
 
 void CSha256::Update(const void* aData, size_t aSize) {
@@ -71,10 +143,12 @@ void CSha256::Update(const void* aData, size_t aSize) {
     bytes += taken;
     aSize -= taken;
     if (iPendingSize < 64) return;
-    Block(iPending);
+    Blocks(iPending, 1);
     iPendingSize = 0;
   }
-  for (; aSize >= 64; bytes += 64, aSize -= 64) Block(bytes);
+  Blocks(bytes, aSize / 64);
+  bytes += aSize / 64 * 64;
+  aSize %= 64;
   memcpy(iPending, bytes, aSize);
   iPendingSize = aSize;
 }

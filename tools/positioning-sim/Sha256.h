@@ -12,7 +12,11 @@ namespace sim {
 
 class CSha256 {
  public:
-  CSha256();
+  // aPortable: the plain C++ rounds even where the processor has SHA instructions
+  // (used where they are, for a fingerprint of megabytes per drive).
+  explicit CSha256(bool aPortable = false);
+  // Whether this processor's SHA instructions are used by default.
+  static bool Accelerated();
   // Adds aSize bytes to the message.
   void Update(const void* aData, size_t aSize);
   // The digest of everything added, as 64 lower-case hexadecimal digits. Ends the
@@ -20,12 +24,13 @@ class CSha256 {
   std::string HexDigest();
 
  private:
-  void Block(const uint8_t* aBlock);
+  void Blocks(const uint8_t* aBlocks, size_t aCount);
 
   uint32_t iState[8];
   uint8_t iPending[64];
   size_t iPendingSize = 0;
   uint64_t iLength = 0;  // bytes added
+  bool iAccelerated;
 };
 
 // The SHA-256 of a file's bytes as hexadecimal digits; false with "PATH: reason".

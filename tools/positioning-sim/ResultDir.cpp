@@ -68,8 +68,21 @@ bool CResultDir::Prepare(SimOptions& aOptions, std::string& aError) {
   iTracePath = aOptions.tracePath;
   char resolved[PATH_MAX];
   iModulePath = realpath(aOptions.modulePath.c_str(), resolved) != nullptr ? resolved : aOptions.modulePath;
-  std::string ignored;  // a module that cannot be read fails to load, and says why then
-  if (!Sha256OfFile(iModulePath, iModuleDigest, ignored)) iModuleDigest.clear();
+  // A batch of drives loads one module again and again: hashed once while it stays the
+  // same file. One that cannot be read fails to load, and says why then.
+  static std::string hashedKey, hashedDigest;
+  struct stat module;
+  const std::string key = stat(iModulePath.c_str(), &module) != 0
+                              ? std::string()
+                              : iModulePath + ":" + std::to_string(module.st_ino) + ":" +
+                                    std::to_string(module.st_size) + ":" + std::to_string(module.st_mtim.tv_sec) + "." +
+                                    std::to_string(module.st_mtim.tv_nsec);
+  std::string ignored;
+  if (key.empty() || key != hashedKey) {
+    hashedKey = key;
+    if (!Sha256OfFile(iModulePath, hashedDigest, ignored)) hashedDigest.clear();
+  }
+  iModuleDigest = hashedDigest;
   aOptions.output.outPath = Temporary(kResultSamples);
   aOptions.output.summaryJsonPath = Temporary(kResultSummary);
   aOptions.path.csvPath = Temporary(kResultPath);

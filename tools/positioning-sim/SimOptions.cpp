@@ -24,6 +24,7 @@ const char* const kFooter =
     "Options take their value as --opt VALUE or --opt=VALUE. Fault times are seconds from the feature's start.\n"
     "positioning-sim import --help: how a recorded drive becomes a trace and a truth file.\n"
     "positioning-sim compare --help: two builds' results of a drive or a library, drive by drive.\n"
+    "positioning-sim batch --help: many drives in one process, each into its own result folder.\n"
     "\n"
     "Exit status:\n"
     "  0    the run went through (and with --soak, every check passed)\n"
@@ -334,12 +335,14 @@ int ParseCommandLine(int aArgc, char** aArgv, const std::string& aDefaultModule,
   AddPathOptions(*run, values, aOptions.path);
   CLI::App* import = AddImportCommand(app, aOptions.import);
   CLI::App* compare = AddCompareCommand(app, aOptions.compare);
+  CLI::App* batch = AddBatchCommand(app, aOptions.batch);
 
   // `run` is the default: a command line without a subcommand is one for `run`.
   std::vector<std::string> arguments;
   for (int i = 1; i < aArgc; ++i) arguments.push_back(aArgv[i]);
-  const bool topLevel = !arguments.empty() && (arguments[0] == "run" || arguments[0] == "import" ||
-                                               arguments[0] == "compare" || arguments[0] == "--version");
+  const bool topLevel =
+      !arguments.empty() && (arguments[0] == "run" || arguments[0] == "import" || arguments[0] == "compare" ||
+                             arguments[0] == "batch" || arguments[0] == "--version");
   if (!topLevel) arguments.insert(arguments.begin(), "run");
   std::reverse(arguments.begin(), arguments.end());  // CLI11 takes them last first
   try {
@@ -361,8 +364,9 @@ int ParseCommandLine(int aArgc, char** aArgv, const std::string& aDefaultModule,
     fprintf(stderr, "positioning-sim import: %s (see import --help)\n", error.c_str());
     return kExitUsage;
   }
-  if (compare->parsed()) {
-    aOptions.comparing = true;
+  if (compare->parsed() || batch->parsed()) {
+    aOptions.comparing = compare->parsed();
+    aOptions.batching = batch->parsed();
     return -1;
   }
   if (!values.Convert(error)) {

@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "BatchCommand.h"
 #include "CompareCommand.h"
 #include "ContractConstants.h"
 #include "ImportCommand.h"
@@ -79,6 +80,8 @@ struct SimOptions {
   PathOptions path;
   bool importing = false;  // the `import` subcommand
   ImportOptions import;
+  bool batching = false;  // the `batch` subcommand
+  BatchOptions batch;
   bool comparing = false;  // the `compare` subcommand
   CompareOptions compare;
 };

@@ -190,14 +190,8 @@ void Forewarn(const SimOptions& aOptions, const Drive& aDrive) {
   }
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-  SimOptions options;
-  const int parsed = ParseCommandLine(argc, argv, POSITIONING_DEFAULT_MODULE, options);
-  if (parsed >= 0) return parsed;
-  if (options.importing) return RunImport(options.import);
-  if (options.comparing) return RunCompare(options.compare);
+// One drive: the `run` command, alone or as one line of a batch.
+int RunDrive(SimOptions& options) {
   CatchInterruptions();
   const OutputOptions& output = options.output;
   const SourceKind kind =
@@ -385,4 +379,16 @@ int main(int argc, char** argv) {
   }
   if (results.Active() && !results.Publish(status, ran.wallSeconds, error)) failed(kExitIoFailure, error);
   return status;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  SimOptions options;
+  const int parsed = ParseCommandLine(argc, argv, POSITIONING_DEFAULT_MODULE, options);
+  if (parsed >= 0) return parsed;
+  if (options.importing) return RunImport(options.import);
+  if (options.comparing) return RunCompare(options.compare);
+  if (options.batching) return RunBatch(options.batch, POSITIONING_DEFAULT_MODULE, RunDrive);
+  return RunDrive(options);
 }

@@ -1,6 +1,11 @@
 // positioning-sim --result-dir: one drive, one folder, the same bytes for the same
 // drive and build (run.json apart), the samples' SHA-256 in the summary, the drift
 // against a truth, and a folder left as it was when a run cannot start.
+
+// 64-bit directory offsets, also in a 32-bit build: ext4 hands out 64-bit ones, and a
+// 32-bit readdir under an emulator on a 64-bit kernel fails on them (EOVERFLOW).
+#define _FILE_OFFSET_BITS 64
+
 #include <dirent.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>

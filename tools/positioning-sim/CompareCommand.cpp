@@ -103,10 +103,21 @@ void PrintDrive(const std::string& aKey, const DriveComparison& aResult) {
   } else {
     printf("  samples: identical (%llu)\n", static_cast<unsigned long long>(aResult.firstSamples));
   }
-  for (const MovedFigure& moved : aResult.moved) {
-    printf("  %s: %s -> %s", moved.name.c_str(), Shown(moved.first).c_str(), Shown(moved.second).c_str());
-    if (moved.numeric) printf(" (%+.6g)", moved.change);
-    printf("\n");
+  // The elements of a list (the offset history) that moved: the first few, then a count.
+  const size_t kShownPerList = 3;
+  for (size_t i = 0; i < aResult.moved.size();) {
+    const std::string list = aResult.moved[i].name.substr(0, aResult.moved[i].name.find('['));
+    size_t end = i + 1;
+    while (end < aResult.moved.size() && aResult.moved[end].name.compare(0, list.size() + 1, list + "[") == 0) ++end;
+    for (size_t shown = i; shown < end && shown < i + kShownPerList; ++shown) {
+      const MovedFigure& moved = aResult.moved[shown];
+      printf("  %s: %s -> %s", moved.name.c_str(), Shown(moved.first).c_str(), Shown(moved.second).c_str());
+      if (moved.numeric) printf(" (%+.6g)", moved.change);
+      printf("\n");
+    }
+    if (end - i > kShownPerList)
+      printf("  %s: %zu more moved (--json lists them)\n", list.c_str(), end - i - kShownPerList);
+    i = end;
   }
 }
 

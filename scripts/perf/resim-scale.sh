@@ -2,7 +2,8 @@
 # How fast drives are re-simulated into result folders, measured on this machine:
 # drive-hours per core-second for one long built-in drive (samples, path, summary and
 # log written, as --result-dir writes them), what starting one process costs, and the
-# wall time of a library of short generated drives on 1 and on 2 cores (or --jobs).
+# wall time of a library of short generated drives on 1 and on 2 cores (or --jobs), a
+# process per drive and one `positioning-sim batch` per job.
 # Prints figures; it checks nothing.
 #
 #   scripts/perf/resim-scale.sh [--sim PATH] [--hours H] [--drives N] [--seconds S]
@@ -106,14 +107,39 @@ run_library() {
   seq "$DRIVES" | xargs -P "$jobs" -I SEED "$SIM" --duration "$SECONDS_PER_DRIVE" --seed SEED -q \
     --result-dir "$SCRATCH/library/SEED"
 }
+# The same library in one `positioning-sim batch` per job: the list split into even
+# chunks, the chunks run side by side.
+run_batches() {
+  local jobs=$1
+  rm -rf "$SCRATCH/library"
+  seq "$DRIVES" | awk -v s="$SECONDS_PER_DRIVE" -v d="$SCRATCH/library" \
+    '{ print "--duration " s " --seed " $1 " --result-dir " d "/" $1 }' >"$SCRATCH/list"
+  split -n "l/$jobs" "$SCRATCH/list" "$SCRATCH/chunk."
+  local pids=() pid status=0
+  for chunk in "$SCRATCH"/chunk.*; do
+    "$SIM" batch "$chunk" 2>/dev/null &
+    pids+=($!)
+  done
+  for pid in "${pids[@]}"; do wait "$pid" || status=$?; done
+  rm -f "$SCRATCH"/chunk.*
+  return $status
+}
 drive_hours=$(awk -v n="$DRIVES" -v s="$SECONDS_PER_DRIVE" 'BEGIN { print n * s / 3600 }')
-one_wall=""
-for jobs in 1 "$JOBS"; do
-  read -r wall user sys < <(measure run_library "$jobs")
-  [ -n "$one_wall" ] || one_wall=$wall
-  awk -v j="$jobs" -v w="$wall" -v u="$user" -v s="$sys" -v h="$drive_hours" -v n="$DRIVES" -v st="$start_cpu" \
+for mode in process batch; do
+  one_wall=""
+  for jobs in 1 "$JOBS"; do
+    if [ "$mode" = process ]; then
+      read -r wall user sys < <(measure run_library "$jobs")
+    else
+      read -r wall user sys < <(measure run_batches "$jobs")
+    fi
+    [ -n "$one_wall" ] || one_wall=$wall
+    processes=$DRIVES
+    [ "$mode" = process ] || processes=$jobs
+    awk -v p="$processes" -v m="$mode" -v j="$jobs" -v w="$wall" -v u="$user" -v s="$sys" -v h="$drive_hours" -v n="$DRIVES" -v st="$start_cpu" \
       -v one="$one_wall" 'BEGIN {
-    printf "%d job(s):        %.2f s wall (%.2fx of 1 job), %.2f s CPU: %.1f drive-hours per core-second, %.1f ms CPU per drive, start-up %.0f %% of it\n",
-           j, w, one / w, u + s, h / (u + s), (u + s) / n * 1000, st / ((u + s) / n) * 100 }'
-  [ "$JOBS" != 1 ] || break
+    printf "%-7s %d job(s): %.2f s wall (%.2fx of 1 job), %.2f s CPU: %.1f drive-hours per core-second, %.2f ms CPU per drive, %d process start(s) %.0f %% of the CPU\n",
+           m, j, w, one / w, u + s, h / (u + s), (u + s) / n * 1000, p, p * st / (u + s) * 100 }'
+    [ "$JOBS" != 1 ] || break
+  done
 done

@@ -25,22 +25,23 @@ const std::string kNativeSim = POSITIONING_NATIVE_SIM;
 const std::string kDrive = std::string(POSITIONING_DRIVES_DIR) + "/city-drive.csv";
 
 std::vector<std::string> ImportArguments(const std::string& aTrace, const std::string& aTruth) {
-  return {"import",     kDrive,   "-o",         aTrace,
-          "--truth",    aTruth,   "--time",     "ts_us:us",
-          "--yaw-rate", "yaw_rate_rad_s:rad/s:left",
-          "--speed",    "speed_kmh:km/h",
+  return {"import",      kDrive,
+          "-o",          aTrace,
+          "--truth",     aTruth,
+          "--time",      "ts_us:us",
+          "--yaw-rate",  "yaw_rate_rad_s:rad/s:left",
+          "--speed",     "speed_kmh:km/h",
           "--direction", "gear",
-          "--lat",      "ref_lat_deg:deg",
-          "--lon",      "ref_lon_deg:deg",
-          "--heading",  "ref_heading_deg:deg:compass"};
+          "--lat",       "ref_lat_deg:deg",
+          "--lon",       "ref_lon_deg:deg",
+          "--heading",   "ref_heading_deg:deg:compass"};
 }
 
 std::vector<std::pair<std::string, std::vector<std::string>>> Library(const CTempDir& aScratch) {
   return {{"builtin/can", {"--duration", "120", "--late-client", "30", "--time-jump", "60:-500"}},
           {"builtin/external", {"--duration", "60", "--diversity", "EXTERNAL", "--seed", "7"}},
           {"builtin/wrap", {"--duration", "60", "--shift-stamps", "4294929696"}},
-          {"imported/city",
-           {"--trace", aScratch.File("city.trace.csv"), "--truth", aScratch.File("city.truth.csv")}}};
+          {"imported/city", {"--trace", aScratch.File("city.trace.csv"), "--truth", aScratch.File("city.truth.csv")}}};
 }
 
 // Runs the library with aSim (a native program, or the emulated one when empty).
@@ -86,8 +87,8 @@ TEST_F(ArmNativeTest, TheLibraryGivesTheSameResultsOnBoth) {
   ASSERT_EQ(0, imported.exitCode) << imported.err;
   Resimulate(iScratch, kNativeSim, "native");
   Resimulate(iScratch, std::string(), "arm");
-  const SimRun compared = RunProcess({kNativeSim, "compare", iScratch.File("native"), iScratch.File("arm"), "--json",
-                                      iScratch.File("compare.json")});
+  const SimRun compared = RunProcess(
+      {kNativeSim, "compare", iScratch.File("native"), iScratch.File("arm"), "--json", iScratch.File("compare.json")});
   EXPECT_EQ(0, compared.exitCode) << compared.out << compared.err;
   EXPECT_NE(std::string::npos, compared.out.find("== 4 drive(s): 4 identical")) << compared.out;
   // Not only the same figures: the same bytes, log included.

@@ -10,8 +10,10 @@ if [ "${1:-}" = -L ]; then
   export QEMU_LD_PREFIX="$2"
   shift 2
 fi
-if [ -n "${POSITIONING_ARM_PROGRAM:-}" ] && { [ $# -eq 0 ] || [ ! -f "$1" ]; }; then
-  # Re-executed by the program itself: only its arguments are given.
+# Re-executed by the program itself: only its arguments are given, options first. A
+# program path that is missing (a build in progress) is not taken for that: it would
+# start the calling program again with the other's arguments, over and over.
+if [ -n "${POSITIONING_ARM_PROGRAM:-}" ] && { [ $# -eq 0 ] || case "$1" in -*) true ;; *) false ;; esac; }; then
   set -- "$POSITIONING_ARM_PROGRAM" "$@"
 fi
 case "$1" in

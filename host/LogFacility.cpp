@@ -1,5 +1,7 @@
 #include "LogFacility.h"
 
+#include <string.h>
+
 #include <algorithm>
 
 #include "LogSink.h"
@@ -97,13 +99,34 @@ void CLogFacility::Reset() {
   iRecords.clear();
   iCalls.clear();
   iSinks.clear();
+  iSinkCategories = 0;
   for (const auto& stream : iStreams) stream->iOpen = false;
 }
 
-void CLogFacility::AddSink(ILogSink* aSink) { iSinks.push_back(aSink); }
+void CLogFacility::AddSink(ILogSink* aSink) {
+  iSinks.push_back(aSink);
+  iSinkCategories |= aSink->Categories();
+}
 
 void CLogFacility::RemoveSink(ILogSink* aSink) {
   iSinks.erase(std::remove(iSinks.begin(), iSinks.end(), aSink), iSinks.end());
+  iSinkCategories = 0;
+  for (const ILogSink* sink : iSinks) iSinkCategories |= sink->Categories();
+}
+
+bool CLogFacility::Wanted(const char* aCategory) const {
+  if (iKeepRecords || iTraceCalls) return true;
+  // The category's text is compared in place: building a string per record would cost
+  // what skipping the record saves.
+  static const char kPrefix[] = "logging::categories::";
+  if (aCategory == nullptr || strncmp(aCategory, kPrefix, sizeof kPrefix - 1) != 0) return true;
+  const char* name = aCategory + sizeof kPrefix - 1;
+  uint32_t number = 0;
+  if (strcmp(name, "Error") == 0) number = logging::categories::Error;
+  if (strcmp(name, "Info") == 0) number = logging::categories::Info;
+  if (strcmp(name, "Info2") == 0) number = logging::categories::Info2;
+  if (strcmp(name, "Interface") == 0) number = logging::categories::Interface;
+  return number == 0 || (number & iSinkCategories) != 0;
 }
 
 std::vector<LoggedRecord> CLogFacility::RecordsContaining(const std::string& aText) const {
@@ -145,6 +168,7 @@ logging::internals::CLogHandle CLogFacility::OpenRecord(const char* aCategory, c
     Trace(std::string("Open(") + aCategory + "," + aModule + "," + aFunction + "," + std::to_string(aEnabled) + "," +
           aFile + "," + std::to_string(aLine) + ")");
   }
+  if (!Wanted(aCategory)) return logging::internals::CLogHandle(iHandleFlags, iNullStream.get());
   CStream* stream = nullptr;
   for (auto& candidate : iStreams) {
     if (!candidate->iOpen) {

@@ -88,6 +88,8 @@ class CLogFacility : public logging::ILogControl, public logging::internals::ILo
                                             TBool aEnabled, const char* aFile, int aLine);
   void Commit(CStream& aStream);
   void Trace(const std::string& aCall);
+  // Whether a record of aCategory would reach anything: memory, the call trace or a sink.
+  bool Wanted(const char* aCategory) const;
 
   friend class CStream;
   TBool iEnabledAnswer = 1;
@@ -99,6 +101,7 @@ class CLogFacility : public logging::ILogControl, public logging::internals::ILo
   std::vector<LoggedRecord> iRecords;
   std::vector<std::string> iCalls;
   std::vector<ILogSink*> iSinks;
+  uint32_t iSinkCategories = 0;                    // the categories any sink writes
   std::vector<std::unique_ptr<CStream>> iStreams;  // reused; one per open record
   std::unique_ptr<logging::internals::ILogStream> iNullStream;
 };

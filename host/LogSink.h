@@ -16,6 +16,9 @@ class ILogSink {
  public:
   virtual ~ILogSink() {}
   virtual void OnRecord(const LoggedRecord& aRecord) = 0;
+  // The categories (contract::kLogMask...) the sink writes: a record in none of its
+  // sinks' categories need not be built when nobody else keeps it.
+  virtual uint32_t Categories() const { return contract::kLogMaskAll; }
 };
 
 // Writes each record whose category is in the mask as one readable line, led by the
@@ -25,6 +28,7 @@ class CTextLogSink : public ILogSink {
   // aFile stays the caller's.
   explicit CTextLogSink(FILE* aFile, uint32_t aCategoryMask = contract::kLogMaskAll);
   void OnRecord(const LoggedRecord& aRecord) override;
+  uint32_t Categories() const override { return iMask; }
 
  private:
   FILE* iFile;

@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # The head unit's target, 32-bit ARM Linux (arm-linux-gnueabihf): cross builds the
 # module, host/, the tools and every test with -O2, runs the whole suite under qemu-arm,
-# installs the ARM build and builds and runs a daemon against the package (30-install.sh),
-# and prints the stripped size of libPositioning.so on both targets.
+# holds the ARM simulator's results over a small library against the native one's
+# (label arm), installs the ARM build and builds and runs a daemon against the package
+# (30-install.sh), and prints the stripped size of libPositioning.so on both targets.
 #
 # The DLT tests run too: the ARM simulator links Debian's armhf libdlt (unpacked into
 # the build directory) and talks to the native dlt-daemon through its pipe.
@@ -51,8 +52,16 @@ if [ ! -f "$GTEST_PREFIX/lib/cmake/GTest/GTestConfig.cmake" ]; then
   cmake --install "$ARM_BUILD/googletest-build" >/dev/null
 fi
 
+# The native simulator, for the test that holds the ARM build's results against it.
+if [ ! -x "$BUILD/tools/positioning-sim/positioning-sim" ]; then
+  echo "== arm: native positioning-sim ($BUILD)"
+  configure_native
+fi
+cmake --build "$BUILD" -j "$JOBS" --target positioning-sim >/dev/null
+
 echo "== arm: build ($ARM_BUILD)"
-cmake -S "$ROOT" --preset arm -B "$ARM_BUILD" -DCMAKE_PREFIX_PATH="$GTEST_PREFIX" >/dev/null
+cmake -S "$ROOT" --preset arm -B "$ARM_BUILD" -DCMAKE_PREFIX_PATH="$GTEST_PREFIX" \
+  -DPOSITIONING_NATIVE_SIM="$BUILD/tools/positioning-sim/positioning-sim" >/dev/null
 cmake --build "$ARM_BUILD" -j "$JOBS"
 built=$SECONDS
 

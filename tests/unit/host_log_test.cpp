@@ -121,4 +121,55 @@ TEST_F(HostLogTest, CategoryNumbersFollowTheirNames) {
   EXPECT_EQ(0u, host::CategoryNumber("logging::categories::Other"));
 }
 
+// A sink that counts what reaches it and writes the categories it was given.
+class CCountingSink : public host::ILogSink {
+ public:
+  explicit CCountingSink(uint32_t aCategories) : iCategories(aCategories) {}
+  void OnRecord(const LoggedRecord&) override { ++iRecords; }
+  uint32_t Categories() const override { return iCategories; }
+  int iRecords = 0;
+
+ private:
+  uint32_t iCategories;
+};
+
+TEST_F(HostLogTest, ARecordInNoSinksCategoriesIsNotBuiltWhenRecordsAreNotKept) {
+  CLogFacility& facility = CLogFacility::Instance();
+  CCountingSink errors(contract::kLogMaskError);
+  facility.SetKeepRecords(false);
+  facility.AddSink(&errors);
+  const uint64_t before = facility.RecordCount();
+  WriteRecord("logging::categories::Info", 4, 1);
+  WriteRecord("logging::categories::Error", 1, 2);
+  EXPECT_EQ(before + 1, facility.RecordCount());
+  EXPECT_EQ(1, errors.iRecords);
+  EXPECT_EQ(0u, facility.OpenRecordCount());
+  facility.RemoveSink(&errors);
+}
+
+TEST_F(HostLogTest, ARecordInAnySinksCategoriesReachesEverySink) {
+  CLogFacility& facility = CLogFacility::Instance();
+  CCountingSink errors(contract::kLogMaskError);
+  CCountingSink all(contract::kLogMaskAll);
+  facility.SetKeepRecords(false);
+  facility.AddSink(&errors);
+  facility.AddSink(&all);
+  WriteRecord("logging::categories::Info2", 8, 1);
+  EXPECT_EQ(1, all.iRecords);
+  EXPECT_EQ(1, errors.iRecords);  // the sink itself filters what it writes
+  facility.RemoveSink(&all);
+  WriteRecord("logging::categories::Info2", 8, 1);
+  EXPECT_EQ(1, errors.iRecords);
+  facility.RemoveSink(&errors);
+}
+
+TEST_F(HostLogTest, KeptRecordsAreBuiltWhateverTheSinksWrite) {
+  CLogFacility& facility = CLogFacility::Instance();
+  CCountingSink errors(contract::kLogMaskError);
+  facility.AddSink(&errors);
+  WriteRecord("logging::categories::Interface", 2, 1);
+  EXPECT_EQ(1u, AllRecords().size());
+  facility.RemoveSink(&errors);
+}
+
 }  // namespace

@@ -43,6 +43,7 @@ class CDltOutput : public ILogOutput, public host::ILogSink {
 
   CDltOutput(const std::string& aWhere, uint32_t aMask) : iWhere(aWhere), iMask(aMask) {}
 
+  uint32_t Categories() const override { return iMask; }
   void OnRecord(const host::LoggedRecord& aRecord) override {
     const uint32_t category = host::CategoryNumber(aRecord.category);
     if ((category & iMask) == 0) return;

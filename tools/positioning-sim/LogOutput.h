@@ -6,6 +6,7 @@
 #include <stdint.h>
 #include <stdio.h>
 
+#include <map>
 #include <memory>
 #include <string>
 
@@ -21,8 +22,12 @@ class ILogOutput {
 
 // Records discarded.
 std::unique_ptr<ILogOutput> DiscardLog();
-// Readable lines into aFile (which the output closes); aName for messages.
-std::unique_ptr<ILogOutput> TextLog(FILE* aFile, const std::string& aName, uint32_t aMask);
+// Readable lines into aFile (which the output closes); aName for messages. With
+// aNumberAddresses, an address shows as "addr1", "addr2", ... in the order they first
+// appear, so that two runs of one drive write the same bytes whatever the address
+// space layout.
+std::unique_ptr<ILogOutput> TextLog(FILE* aFile, const std::string& aName, uint32_t aMask,
+                                    bool aNumberAddresses = false);
 
 }  // namespace sim
 

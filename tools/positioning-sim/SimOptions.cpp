@@ -23,6 +23,8 @@ const char* const kFooter =
     "Without a subcommand, `run` is meant: positioning-sim --duration 60 is positioning-sim run --duration 60.\n"
     "Options take their value as --opt VALUE or --opt=VALUE. Fault times are seconds from the feature's start.\n"
     "positioning-sim import --help: how a recorded drive becomes a trace and a truth file.\n"
+    "positioning-sim compare --help: two builds' results of a drive or a library, drive by drive.\n"
+    "positioning-sim batch --help: many drives in one process, each into its own result folder.\n"
     "\n"
     "Exit status:\n"
     "  0    the run went through (and with --soak, every check passed)\n"
@@ -302,10 +304,19 @@ void AddOptions(CLI::App& aRun, COptionValues& aValues, SimOptions& aOptions, co
   aRun.add_option("--summary-json", output.summaryJsonPath, "the summary as JSON as well (- for standard output)")
       ->type_name("FILE")
       ->group("Output");
+  aRun.add_option("--result-dir", output.resultDir,
+                  "write the drive's result into DIR (created when missing): samples.csv, summary.json (the same "
+                  "bytes for the same drive and build, with the samples' SHA-256), path.csv, log.txt (--log-level, "
+                  "default error) and run.json (wall time, host, module); each file is renamed into place when "
+                  "complete. Replaces --out, --summary-json, --path and --log")
+      ->type_name("DIR")
+      ->group("Output");
   aRun.add_flag("-q,--quiet", output.quiet, "no summary on standard error")->group("Output");
 }
 
 }  // namespace
+
+const char* SimVersion() { return kVersion; }
 
 int ParseCommandLine(int aArgc, char** aArgv, const std::string& aDefaultModule, SimOptions& aOptions) {
   aOptions.modulePath = aDefaultModule;
@@ -323,12 +334,15 @@ int ParseCommandLine(int aArgc, char** aArgv, const std::string& aDefaultModule,
   AddOptions(*run, values, aOptions, aDefaultModule);
   AddPathOptions(*run, values, aOptions.path);
   CLI::App* import = AddImportCommand(app, aOptions.import);
+  CLI::App* compare = AddCompareCommand(app, aOptions.compare);
+  CLI::App* batch = AddBatchCommand(app, aOptions.batch);
 
   // `run` is the default: a command line without a subcommand is one for `run`.
   std::vector<std::string> arguments;
   for (int i = 1; i < aArgc; ++i) arguments.push_back(aArgv[i]);
   const bool topLevel =
-      !arguments.empty() && (arguments[0] == "run" || arguments[0] == "import" || arguments[0] == "--version");
+      !arguments.empty() && (arguments[0] == "run" || arguments[0] == "import" || arguments[0] == "compare" ||
+                             arguments[0] == "batch" || arguments[0] == "--version");
   if (!topLevel) arguments.insert(arguments.begin(), "run");
   std::reverse(arguments.begin(), arguments.end());  // CLI11 takes them last first
   try {
@@ -349,6 +363,11 @@ int ParseCommandLine(int aArgc, char** aArgv, const std::string& aDefaultModule,
     if (ResolveImportOptions(aOptions.import, error)) return -1;
     fprintf(stderr, "positioning-sim import: %s (see import --help)\n", error.c_str());
     return kExitUsage;
+  }
+  if (compare->parsed() || batch->parsed()) {
+    aOptions.comparing = compare->parsed();
+    aOptions.batching = batch->parsed();
+    return -1;
   }
   if (!values.Convert(error)) {
     fprintf(stderr, "positioning-sim: %s\n", error.c_str());
@@ -377,6 +396,18 @@ int ParseCommandLine(int aArgc, char** aArgv, const std::string& aDefaultModule,
   if (!aOptions.path.truthPath.empty() && aOptions.tracePath.empty()) {
     fprintf(stderr, "positioning-sim: --truth goes with --trace: the built-in drive knows its own truth\n");
     return kExitUsage;
+  }
+  if (!aOptions.output.resultDir.empty()) {
+    for (const char* option : {"--out", "--summary-json", "--path", "--log", "--format", "--soak"}) {
+      if (run->count(option) > 0) {
+        fprintf(stderr,
+                "positioning-sim: --result-dir writes the samples, summary, path and log itself: leave out %s\n",
+                option);
+        return kExitUsage;
+      }
+    }
+    // A library of long drives: the full log would outweigh everything else.
+    if (run->count("--log-level") == 0) aOptions.output.logMask = contract::kLogMaskError;
   }
   if (aOptions.soak.enabled && !aOptions.output.outPath.empty()) {
     fprintf(stderr, "positioning-sim: --soak checks the samples instead of writing them: leave out --out\n");

@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "BatchCommand.h"
+#include "CompareCommand.h"
 #include "ContractConstants.h"
 #include "ImportCommand.h"
 #include "SampleWriter.h"
@@ -39,6 +41,7 @@ struct OutputOptions {
   uint32_t logMask = contract::kLogMaskAll;  // categories written
   std::string plotPath;
   std::string summaryJsonPath;
+  std::string resultDir;  // one folder for samples, summary, path and log (ResultDir)
   bool quiet = false;
 };
 
@@ -77,7 +80,14 @@ struct SimOptions {
   PathOptions path;
   bool importing = false;  // the `import` subcommand
   ImportOptions import;
+  bool batching = false;  // the `batch` subcommand
+  BatchOptions batch;
+  bool comparing = false;  // the `compare` subcommand
+  CompareOptions compare;
 };
+
+// What --version prints: the program and its version (part of a build's identity).
+const char* SimVersion();
 
 // Parses the command line (argv[0] included). Answers -1 when the run should go on;
 // otherwise the exit status, after printing the help, the version or the usage error.

@@ -21,6 +21,7 @@
 #include "OutputFiles.h"
 #include "PathRun.h"
 #include "ReplayWindow.h"
+#include "ResultDir.h"
 #include "RunStatistics.h"
 #include "SampleWriter.h"
 #include "Scenario.h"
@@ -189,13 +190,8 @@ void Forewarn(const SimOptions& aOptions, const Drive& aDrive) {
   }
 }
 
-}  // namespace
-
-int main(int argc, char** argv) {
-  SimOptions options;
-  const int parsed = ParseCommandLine(argc, argv, POSITIONING_DEFAULT_MODULE, options);
-  if (parsed >= 0) return parsed;
-  if (options.importing) return RunImport(options.import);
+// One drive: the `run` command, alone or as one line of a batch.
+int RunDrive(SimOptions& options) {
   CatchInterruptions();
   const OutputOptions& output = options.output;
   const SourceKind kind =
@@ -210,11 +206,14 @@ int main(int argc, char** argv) {
   SetLocalStart(clockLine.localStart);
   const CClockModel clock(clockLine.localAnchor, clockLine.peerAnchor, clockLine.driftPpm);
 
+  // A result folder names the outputs itself: temporary files in it until the end.
+  CResultDir results;
+  std::string error;
+  if (!output.resultDir.empty() && !results.Prepare(options, error)) return Fail(kExitIoFailure, error);
   OpenedOutputs files;
   std::string samplePath;
   const int opened = OpenOutputs(options, files, samplePath);
   if (opened != kExitOk) return opened;
-  std::string error;
   // The reference client's dead reckoning, against the truth where it is known.
   CPathRun path;
   const int pathReady = path.Prepare(options, kind, *drive, {files.pathCsv, files.pathGeoJson, files.pathPlot}, error);
@@ -230,7 +229,7 @@ int main(int argc, char** argv) {
     files.log = nullptr;  // the log output closes it
     if (!log) return Fail(kExitIoFailure, error);
   } else {
-    log = TextLog(files.log, output.logTarget, output.logMask);
+    log = TextLog(files.log, output.logTarget, output.logMask, results.Active());
     files.log = nullptr;  // the log output closes it
   }
   Forewarn(options, driveParts);
@@ -242,7 +241,8 @@ int main(int argc, char** argv) {
   CRunStatistics statistics(clientNames);
   observers.push_back(&statistics);
   std::unique_ptr<CSampleWriter> samples;
-  if (files.samples != nullptr) samples.reset(new CSampleWriter(files.samples, output.format));
+  if (files.samples != nullptr)
+    samples.reset(new CSampleWriter(files.samples, output.format, results.Active() ? &results.SampleHash() : nullptr));
   if (samples) observers.push_back(samples.get());
   std::unique_ptr<CTraceWriter> recording;
   if (files.record != nullptr) recording.reset(new CTraceWriter(files.record, kind, clockLine));
@@ -337,14 +337,17 @@ int main(int argc, char** argv) {
                                                                 {"path GeoJSON", &options.path.geoJsonPath},
                                                                 {"path plot", &options.path.plotPath}};
   for (const auto& one : written) {
+    if (results.Active()) break;
     // Samples on standard output are where the user looks; everything else is said.
     if (one.second->empty() || (*one.second == "-" && one.second == &samplePath)) continue;
     summary.outputs.push_back({one.first, *one.second == "-" ? "standard output" : *one.second});
   }
+  if (results.Active()) summary.outputs.push_back({"results", results.Dir()});
   if (soak) summary.soak = &soak->Summary();
   if (files.summary != nullptr) {
     nlohmann::ordered_json figures = SummaryJson(summary);
     figures["dead_reckoning"] = DeadReckoningJson(path.Observer());
+    if (results.Active()) figures = results.SummaryJson(summary, path.Observer(), samples->ByType());
     const std::string json = figures.dump() + "\n";
     fputs(json.c_str(), files.summary);
     if (!CloseOutput(files.summary, output.summaryJsonPath, error)) failed(kExitIoFailure, error);
@@ -372,7 +375,20 @@ int main(int argc, char** argv) {
   if (summary.interruptedBy != 0) {
     fprintf(stderr, "positioning-sim: interrupted by %s: the outputs hold what was simulated until then\n",
             strsignal(summary.interruptedBy));
-    return summary.interruptedBy == SIGTERM ? kExitTerminated : kExitInterrupted;
+    status = summary.interruptedBy == SIGTERM ? kExitTerminated : kExitInterrupted;
   }
+  if (results.Active() && !results.Publish(status, ran.wallSeconds, error)) failed(kExitIoFailure, error);
   return status;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  SimOptions options;
+  const int parsed = ParseCommandLine(argc, argv, POSITIONING_DEFAULT_MODULE, options);
+  if (parsed >= 0) return parsed;
+  if (options.importing) return RunImport(options.import);
+  if (options.comparing) return RunCompare(options.compare);
+  if (options.batching) return RunBatch(options.batch, POSITIONING_DEFAULT_MODULE, RunDrive);
+  return RunDrive(options);
 }

@@ -151,6 +151,10 @@ if [ "$resume" -eq 1 ] && [ -f "$joblog" ] && ! cmp -s "$drives.new" "$drives"; 
 fi
 mv -f "$drives.new" "$drives"
 count=$(wc -l <"$drives")
+if [ "$count" -eq 0 ]; then
+  echo "resim: chunk $chunk holds no drives (the library has fewer drives than chunks)" >&2
+  exit 0
+fi
 
 done_before=0
 while IFS=$'\t' read -r _ _ key _; do
@@ -164,15 +168,26 @@ parallel_options=(--colsep '\t' --joblog "$joblog" --halt never -q)
 [ ${#sshlogins[@]} -eq 0 ] || parallel_options+=("${sshlogins[@]}")
 [ -t 2 ] && parallel_options+=(--bar)
 
+# GNU parallel runs in the background so that a signal reaches this script at once: the
+# first asks parallel to start no more drives and let the running ones finish, a
+# second (as parallel itself takes it) stops those too.
 interrupted=0
-trap 'interrupted=1' INT TERM
 parallel "${parallel_options[@]}" bash "$SCRIPTS/resim/run-drive.sh" "$results" "$failed" "$build_id" \
-  "$sim" "$module" '{3}' '{4}' '{5}' '{6}' :::: "$drives" >"$rundir/jobs.out"
-parallel_status=$?
+  "$sim" "$module" '{3}' '{4}' '{5}' '{6}' :::: "$drives" >"$rundir/jobs.out" &
+parallel_pid=$!
+trap 'interrupted=1; kill -TERM "$parallel_pid" 2>/dev/null' INT TERM
+while :; do
+  wait "$parallel_pid"
+  parallel_status=$?
+  kill -0 "$parallel_pid" 2>/dev/null || break
+done
 trap - INT TERM
-if [ "$interrupted" -eq 1 ] || [ "$parallel_status" -eq 130 ] || [ "$parallel_status" -eq 143 ]; then
+if [ "$interrupted" -eq 1 ]; then
   echo "resim: interrupted; the same command goes on where this run stopped (finished drives are kept)" >&2
   exit 130
+fi
+if [ "$parallel_status" -gt 100 ]; then
+  echo "resim: GNU parallel failed (exit status $parallel_status); see above and $joblog" >&2
 fi
 
 ran=$(grep -c '^ran ' "$rundir/jobs.out")

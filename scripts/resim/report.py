@@ -49,7 +49,7 @@ def failure_reason(failed, key):
             lines = [line.strip() for line in reason if line.strip()]
     except OSError:
         return "did not run (see the joblog)"
-    return " / ".join(lines[:1] + lines[-2:]) if len(lines) > 1 else (lines[0] if lines else "failed")
+    return lines[0] if lines else "failed"
 
 
 def drive_row(fields, folder, status, failed):

@@ -48,7 +48,9 @@ status=$?
 [ "$status" -eq 130 ] || [ "$status" -eq 143 ] && exit "$status"
 if [ "$status" -ne 0 ]; then
   {
-    echo "exit status $status: $sim ${arguments[*]}"
+    echo "exit status $status: $(grep -v '^[[:space:]]*$' "$errors" | tail -n 1)"
+    echo "command: $sim ${arguments[*]}"
+    echo "standard error (its end):"
     tail -n 20 "$errors"
   } >"$failed/$key.txt.$$" && mv -f "$failed/$key.txt.$$" "$failed/$key.txt"
   echo "resim: drive $key failed with exit status $status (see $failed/$key.txt)" >&2

@@ -1,4 +1,4 @@
-#!/usr/bin/env python3
+#!/usr/bin/python3
 """Stands in for positioning-sim's --result-dir in the runner's tests while the
 simulator has no such option: runs the real simulator (REAL_POSITIONING_SIM) with
 -o, --summary-json, --path and --log into the folder and writes summary.json and

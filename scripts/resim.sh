@@ -200,6 +200,17 @@ while IFS=$'\t' read -r line label key _; do
 done <"$drives"
 echo "resim: $((count - ${#missing[@]})) of $count drive(s) done ($ran re-simulated now)" >&2
 
+# The library's results of this build as one tree, a link per drive named by its key,
+# so that two builds compare with positioning-sim compare OUT/builds/A OUT/builds/B.
+# A chunk adds its drives to the tree the other chunks share.
+view=$out/builds/$build_id
+[ -n "$chunk" ] || rm -rf -- "$view"
+mkdir -p "$view"
+while IFS=$'\t' read -r _ _ key _; do
+  [ -d "$results/$key/$build_id" ] && ln -sfn "../../results/$key/$build_id" "$view/$key"
+done <"$drives"
+echo "resim: this build's results: $view" >&2
+
 status=0
 if [ "$report" -eq 1 ]; then
   python3 "$SCRIPTS/resim/report.py" --run "$rundir" --results "$results" --build "$build_id" \

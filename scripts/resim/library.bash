@@ -24,6 +24,11 @@ library_file_sha() {
   echo "${sum%% *}"
 }
 
+# A manifest's words are separated by spaces; quotes are not read.
+library_quote_hint() {
+  case "$1" in *\"* | *\'*) echo " (a manifest takes no quotes: its paths cannot hold spaces)" ;; esac
+}
+
 # library_key TRACE_SHA TRUTH_SHA OPTION...: the drive's result key.
 library_key() {
   local trace_sha=$1 truth_sha=$2 sum
@@ -35,20 +40,21 @@ library_key() {
   echo "${sum%% *}"
 }
 
-# library_add LIST LINE LABEL TRACE TRUTH OPTION...: resolves, hashes and appends one drive.
+# library_add LIST WHERE LINE LABEL TRACE TRUTH OPTION...: resolves, hashes and appends
+# one drive; WHERE leads its error messages.
 library_add() {
-  local list=$1 line=$2 label=$3 trace=$4 truth=$5 trace_sha=builtin truth_sha=- key
-  shift 5
+  local list=$1 where=$2 line=$3 label=$4 trace=$5 truth=$6 trace_sha=builtin truth_sha=- key
+  shift 6
   local field
   for field in "$label" "$trace" "$truth"; do
-    case "$field" in *$'\t'*) library_error "line $line: a tab in \"$field\" cannot be stored" || return 1 ;; esac
+    case "$field" in *$'\t'*) library_error "$where a tab in \"$field\" cannot be stored" || return 1 ;; esac
   done
   if [ "$trace" != builtin ]; then
-    [ -f "$trace" ] && [ -r "$trace" ] || library_error "line $line: no readable trace \"$trace\"" || return 1
+    [ -f "$trace" ] && [ -r "$trace" ] || library_error "$where no readable trace \"$trace\"$(library_quote_hint "$trace")" || return 1
     trace=$(realpath -- "$trace") && trace_sha=$(library_file_sha "$trace") || return 1
   fi
   if [ -n "$truth" ]; then
-    [ -f "$truth" ] && [ -r "$truth" ] || library_error "line $line: no readable truth \"$truth\"" || return 1
+    [ -f "$truth" ] && [ -r "$truth" ] || library_error "$where no readable truth \"$truth\"$(library_quote_hint "$truth")" || return 1
     truth=$(realpath -- "$truth") && truth_sha=$(library_file_sha "$truth") || return 1
   fi
   key=$(library_key "$trace_sha" "$truth_sha" "$@") || return 1
@@ -65,7 +71,7 @@ library_folder() {
     stem=${stem%.trace}
     truth=""
     [ -f "$stem.truth.csv" ] && truth=$stem.truth.csv
-    library_add "$list" "$count" "${trace#"$folder"/}" "$trace" "$truth" || return 1
+    library_add "$list" "$trace:" "$count" "${trace#"$folder"/}" "$trace" "$truth" || return 1
   done < <(find "$folder" -type f -name '*.csv' ! -name '*.truth.csv' -print0 | LC_ALL=C sort -z)
   [ "$count" -gt 0 ] || library_error "no traces (*.csv) in $folder"
 }
@@ -109,7 +115,7 @@ library_manifest() {
     [ -z "$truth" ] || [ "${truth:0:1}" = / ] || truth=$base/$truth
     [ -z "$truth" ] || [ "$trace" != builtin ] || library_error "$manifest:$number: the built-in drive knows its own truth" || return 1
     count=$((count + 1))
-    library_add "$list" "$number" "${words[*]}" "$trace" "$truth" "${options[@]}" || return 1
+    library_add "$list" "$manifest:$number:" "$number" "${words[*]}" "$trace" "$truth" "${options[@]}" || return 1
   done <"$manifest"
   [ "$count" -gt 0 ] || library_error "no drives in $manifest"
 }

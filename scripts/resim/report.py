@@ -124,45 +124,55 @@ def totals(rows):
     return counts
 
 
+def has_values(rows, name):
+    return any(row[name] is not None for row in rows)
+
+
 def plot(rows, run):
-    """Draws the drifts and errors per drive into run/report-plot.svg; None or why not."""
+    """Draws the drifts and errors per drive into run/report-plot.svg. Returns None when
+    drawn, else why not and whether that is a failure."""
+    done = [row for row in rows if row["status"] in ("ran", "reused")]
+    panels = []
+    if has_values(done, "drift_per_km"):
+        panels.append("set ylabel 'drift (m per km)'\n"
+                      "plot 'data' using 1:3:XTICS with boxes title 'dead-reckoning drift at the end, per km driven'")
+    if has_values(done, "error_mean_ms"):
+        panels.append("set ylabel 'error (ms)'\n"
+                      "plot 'data' using 1:4:XTICS with linespoints pt 7 title 'synchronised time stamp error: mean', "
+                      "'data' using 1:5 with linespoints pt 5 title 'largest |error|'")
+    if not panels:
+        return "no drive has a drift or a synchronisation error to plot", False
     gnuplot = shutil.which("gnuplot")
     if gnuplot is None:
-        return "gnuplot is not installed (apt-get install gnuplot-nox)"
-    done = [row for row in rows if row["status"] in ("ran", "reused")]
-    if not done:
-        return "no drive has a result"
+        return "gnuplot is not installed (apt-get install gnuplot-nox)", True
     with tempfile.TemporaryDirectory(prefix="resim-plot-") as scratch:
         with open(os.path.join(scratch, "data"), "w", encoding="utf-8") as data:
             for index, row in enumerate(done, 1):
                 values = [row["drift_per_km"], row["error_mean_ms"], row["error_max_abs_ms"]]
                 data.write(f"{index} {row['line']} " + " ".join("?" if v is None else repr(float(v)) for v in values)
                            + "\n")
-        labels = "xticlabels(2)" if len(done) <= 40 else "xtic(1)"
-        script = f"""set terminal svg size 900,640 dynamic
-set output 'plot.svg'
-set datafile missing '?'
-set multiplot layout 2,1 title 'Re-simulated library: {len(done)} drive(s)'
-set grid ytics
-set xlabel 'manifest line'
-set xrange [0.5:{len(done) + 0.5}]
-set style fill solid 0.6
-set boxwidth 0.6
-set ylabel 'drift (m per km)'
-plot 'data' using 1:3:{labels} with boxes title 'dead-reckoning drift at the end, per km driven'
-set ylabel 'error (ms)'
-plot 'data' using 1:4:{labels} with linespoints pt 7 title 'synchronised time stamp error: mean', \\
-     'data' using 1:5 with linespoints pt 5 title 'largest |error|'
-unset multiplot
-"""
+        # Every drive's manifest line under its bar while they fit, else numbers.
+        tics = "xticlabels(2)" if len(done) <= 40 else "xtic(1)"
+        script = (f"set terminal svg size 900,{340 * len(panels)} dynamic\n"
+                  "set output 'plot.svg'\n"
+                  "set datafile missing '?'\n"
+                  f"set multiplot layout {len(panels)},1 title 'Re-simulated library: {len(done)} drive(s)'\n"
+                  "set grid ytics\n"
+                  "set key below\n"
+                  "set offsets 0, 0, graph 0.1, graph 0.1\n"
+                  "set xlabel 'drive (its manifest line)'\n"
+                  f"set xrange [0.5:{len(done) + 0.5}]\n"
+                  "set style fill solid 0.6\n"
+                  "set boxwidth 0.6\n"
+                  + "\n".join(panels).replace("XTICS", tics) + "\nunset multiplot\n")
         with open(os.path.join(scratch, "plot.gp"), "w", encoding="utf-8") as source:
             source.write(script)
         finished = subprocess.run([gnuplot, "plot.gp"], cwd=scratch, capture_output=True, text=True, check=False)
         if finished.returncode != 0 or not os.path.exists(os.path.join(scratch, "plot.svg")):
-            return "gnuplot failed: " + (finished.stderr.strip() or f"exit status {finished.returncode}")
+            return "gnuplot failed: " + (finished.stderr.strip() or f"exit status {finished.returncode}"), True
         shutil.copyfile(os.path.join(scratch, "plot.svg"), os.path.join(run, PLOT + ".tmp"))
         os.replace(os.path.join(run, PLOT + ".tmp"), os.path.join(run, PLOT))
-    return None
+    return None, False
 
 
 def cell(value, digits=None):
@@ -213,7 +223,7 @@ def main():
     try:
         rows = read_rows(arguments.run, arguments.results, arguments.build)
         counts = totals(rows)
-        plot_problem = plot(rows, arguments.run)
+        plot_problem, plot_failed = plot(rows, arguments.run)
         write_atomically(os.path.join(arguments.run, "report.csv"), csv_text(rows))
         write_atomically(os.path.join(arguments.run, "report.json"),
                          json.dumps({"build": build, "totals": counts, "drives": rows}, indent=2) + "\n")
@@ -223,7 +233,8 @@ def main():
         return 1
     if plot_problem:
         print(f"resim report: no plot: {plot_problem}", file=sys.stderr)
-        return 1
+        if plot_failed:
+            return 1
     print(f"resim: report in {os.path.join(arguments.run, 'report.md')} (.csv, .json)", file=sys.stderr)
     return 0
 

@@ -226,7 +226,7 @@ TEST(ResimTest, AMissingTraceIsNamedWithItsLineBeforeAnythingRuns) {
   CResimLibrary library;
   const SimRun run = library.Run({library.WriteManifest({kLibrary[1], "traces/gone.csv"}), library.Out()});
   EXPECT_EQ(2, run.exitCode);
-  EXPECT_NE(std::string::npos, run.err.find("line 2: no readable trace")) << run.err;
+  EXPECT_NE(std::string::npos, run.err.find("manifest.txt:2: no readable trace")) << run.err;
   EXPECT_FALSE(FileExists(library.Out() + "/results"));
 }
 

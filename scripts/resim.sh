@@ -130,7 +130,7 @@ build_id=$(printf 'module %s\nsim %s\n' "$module_sha" "$version" | sha256sum)
 build_id=${build_id%% *}
 
 drives=$rundir/drives.tsv
-library_drives "$library" "$drives.new" || {
+library_drives "$library" "$drives.new" "$out" || {
   rm -f "$drives.new"
   exit 2
 }

@@ -6,7 +6,7 @@
 # key: SHA-256 of what decides the drive's result (the trace's and the truth's content,
 # the options); trace and truth: absolute paths ("builtin" and "" when there are none);
 # options: the simulator options, separated by single spaces.
-# Source it; library_drives LIBRARY LIST writes LIST or says what is wrong and returns 1.
+# Source it; library_drives LIBRARY LIST OUT writes LIST or says what is wrong and returns 1.
 
 # Options that name the drive's outputs or its input: the runner sets those itself.
 readonly -a LIBRARY_REFUSED_OPTIONS=(-o --out --format --summary-json --path --log --record --plot --geojson
@@ -61,10 +61,11 @@ library_add() {
   printf '%s\t%s\t%s\t%s\t%s\t%s\n' "$line" "$label" "$key" "$trace" "$truth" "$*" >>"$list"
 }
 
-# library_folder FOLDER LIST: every *.csv below FOLDER but truths, in name order; a
+# library_folder FOLDER LIST SKIP: every *.csv below FOLDER but truths and what is
+# below SKIP (the runner's output, when it is inside the library), in name order; a
 # trace NAME.csv or NAME.trace.csv takes NAME.truth.csv beside it as its truth.
 library_folder() {
-  local folder=$1 list=$2 count=0 trace stem truth
+  local folder=$1 list=$2 skip=$3 count=0 trace stem truth
   while IFS= read -r -d '' trace; do
     count=$((count + 1))
     stem=${trace%.csv}
@@ -72,7 +73,8 @@ library_folder() {
     truth=""
     [ -f "$stem.truth.csv" ] && truth=$stem.truth.csv
     library_add "$list" "$trace:" "$count" "${trace#"$folder"/}" "$trace" "$truth" || return 1
-  done < <(find "$folder" -type f -name '*.csv' ! -name '*.truth.csv' -print0 | LC_ALL=C sort -z)
+  done < <(find "$folder" -path "$skip" -prune -o -type f -name '*.csv' ! -name '*.truth.csv' -print0 |
+    LC_ALL=C sort -z)
   [ "$count" -gt 0 ] || library_error "no traces (*.csv) in $folder"
 }
 
@@ -120,12 +122,13 @@ library_manifest() {
   [ "$count" -gt 0 ] || library_error "no drives in $manifest"
 }
 
-# library_drives LIBRARY LIST: the drives of a folder or a manifest into LIST (replaced).
+# library_drives LIBRARY LIST OUT: the drives of a folder or a manifest into LIST
+# (replaced); a folder's traces below OUT are the runner's own files, not drives.
 library_drives() {
-  local library=$1 list=$2
+  local library=$1 list=$2 out=$3
   : >"$list" || return 1
   if [ -d "$library" ]; then
-    library_folder "$(cd "$library" && pwd)" "$list"
+    library_folder "$(cd "$library" && pwd)" "$list" "$out"
   elif [ -f "$library" ] && [ -r "$library" ]; then
     library_manifest "$library" "$list"
   else

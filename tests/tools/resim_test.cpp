@@ -240,6 +240,15 @@ TEST(ResimTest, AFolderOfTracesIsALibraryWithEachTruthBesideItsTrace) {
   EXPECT_NEAR(20.85, std::stod(rows[0].at("drift_m")), 0.5);
 }
 
+TEST(ResimTest, AnOutputFolderInsideAFolderLibraryIsNotReadAsDrives) {
+  CResimLibrary library;
+  const std::string traces = library.Dir() + "/traces";
+  ASSERT_EQ(0, library.Run({traces, traces + "/out"}).exitCode);
+  const SimRun rerun = library.Run({traces, traces + "/out"});
+  ASSERT_EQ(0, rerun.exitCode) << rerun.err;
+  EXPECT_EQ(1u, library.Drives(traces + "/out").size());
+}
+
 TEST(ResimTest, ProgressShowsOnATerminalOnly) {
   CResimLibrary library;
   const std::string manifest = library.WriteManifest({kLibrary[1]});

@@ -24,8 +24,9 @@ mkdir -p "$results/$key" "$failed" || exit 1
 # A run killed outright (power, SIGKILL) leaves its temporary folder: remove those of
 # this machine whose process is gone. Other machines' may still be running.
 for stale in "$results/$key/.$build.tmp.$host."*; do
-  [ -d "$stale" ] || continue
-  kill -0 "${stale##*.}" 2>/dev/null || rm -rf -- "$stale"
+  [ -e "$stale" ] || continue
+  owner=${stale%.stderr}
+  kill -0 "${owner##*.}" 2>/dev/null || rm -rf -- "$stale"
 done
 
 temporary=$results/$key/.$build.tmp.$host.$$

@@ -18,23 +18,34 @@ bool SimulatorWritesResultFolders() {
   return writes;
 }
 
+// The city drive imported once for every library of the process.
+const CTempDir& ImportedCityDrive() {
+  static const CTempDir imported;
+  static const SimRun run = RunSim({"import",      kSourceDir + "/tests/tools/drives/city-drive.csv",
+                                    "-o",          imported.File("city.trace.csv"),
+                                    "--truth",     imported.File("city.truth.csv"),
+                                    "--time",      "ts_us:us",
+                                    "--yaw-rate",  "yaw_rate_rad_s:rad/s:left",
+                                    "--speed",     "speed_kmh:km/h",
+                                    "--direction", "gear",
+                                    "--lat",       "ref_lat_deg:deg",
+                                    "--lon",       "ref_lon_deg:deg",
+                                    "--heading",   "ref_heading_deg:deg:compass"});
+  EXPECT_EQ(0, run.exitCode) << run.err;
+  return imported;
+}
+
 }  // namespace
 
 std::string ResimSimulator() { return SimulatorWritesResultFolders() ? SimPath() : kStandIn; }
 
 CResimLibrary::CResimLibrary() {
   std::filesystem::create_directories(iScratch.File("traces"));
-  const SimRun imported = RunSim({"import",      kSourceDir + "/tests/tools/drives/city-drive.csv",
-                                  "-o",          iScratch.File("traces/city.trace.csv"),
-                                  "--truth",     iScratch.File("traces/city.truth.csv"),
-                                  "--time",      "ts_us:us",
-                                  "--yaw-rate",  "yaw_rate_rad_s:rad/s:left",
-                                  "--speed",     "speed_kmh:km/h",
-                                  "--direction", "gear",
-                                  "--lat",       "ref_lat_deg:deg",
-                                  "--lon",       "ref_lon_deg:deg",
-                                  "--heading",   "ref_heading_deg:deg:compass"});
-  EXPECT_EQ(0, imported.exitCode) << imported.err;
+  for (const char* name : {"city.trace.csv", "city.truth.csv"}) {
+    std::error_code error;
+    std::filesystem::copy_file(ImportedCityDrive().File(name), iScratch.File(std::string("traces/") + name), error);
+    EXPECT_FALSE(error) << name << ": " << error.message();
+  }
 }
 
 std::string CResimLibrary::WriteManifest(const std::vector<std::string>& aLines, const std::string& aName) const {

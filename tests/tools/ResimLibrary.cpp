@@ -12,6 +12,7 @@ namespace {
 
 const std::string kSourceDir = POSITIONING_SOURCE_DIR;
 const std::string kStandIn = kSourceDir + "/tests/tools/resim/result_dir_sim.py";
+const std::string kCounting = kSourceDir + "/tests/tools/resim/counting_sim.sh";
 
 bool SimulatorWritesResultFolders() {
   static const bool writes = RunSim({"run", "--help"}).out.find("--result-dir") != std::string::npos;
@@ -60,13 +61,15 @@ std::vector<std::string> CResimLibrary::Command(const std::string& aScript,
   std::vector<std::string> command = {"bash", kSourceDir + "/scripts/" + aScript};
   command.insert(command.end(), aArguments.begin(), aArguments.end());
   // Options after LIBRARY and OUT are read as well; the Slurm script passes them on.
-  command.insert(command.end(), {"--sim", ResimSimulator(), "--module", POSITIONING_MODULE_PATH});
+  command.insert(command.end(), {"--sim", kCounting, "--module", POSITIONING_MODULE_PATH});
   return command;
 }
 
 ProcessOptions CResimLibrary::Options() const {
   ProcessOptions options;
   options.environment.push_back("REAL_POSITIONING_SIM=" + SimPath());
+  options.environment.push_back("RESIM_REAL_SIM=" + ResimSimulator());
+  options.environment.push_back("RESIM_CALLS=" + iScratch.File("calls.txt"));
   options.timeoutSeconds = 300;
   return options;
 }
@@ -103,6 +106,19 @@ std::vector<std::string> CResimLibrary::JobKeys(const std::string& aRunDir, cons
   std::sort(keys.begin(), keys.end());
   return keys;
 }
+
+std::vector<std::string> CResimLibrary::SimulatedKeys() const {
+  std::vector<std::string> keys;
+  const std::string marker = "--result-dir " + Out() + "/results/";
+  for (const std::string& call : Lines(ReadFile(iScratch.File("calls.txt")))) {
+    const size_t at = call.find(marker);
+    if (at != std::string::npos) keys.push_back(call.substr(at + marker.size(), 64));
+  }
+  std::sort(keys.begin(), keys.end());
+  return keys;
+}
+
+void CResimLibrary::ForgetSimulated() const { WriteFile(iScratch.File("calls.txt"), ""); }
 
 std::vector<std::string> CResimLibrary::LeftOvers() const {
   std::vector<std::string> found;

@@ -39,6 +39,10 @@ class CResimLibrary {
   std::string ResultDir(const std::string& aKey) const;
   // The keys a run's jobs said they ran ("ran") or reused ("reused").
   std::vector<std::string> JobKeys(const std::string& aRunDir, const std::string& aWord) const;
+  // The keys of the drives the simulator was started for since the last Forget (each
+  // run's --result-dir names its key), in key order.
+  std::vector<std::string> SimulatedKeys() const;
+  void ForgetSimulated() const;
   // Folders in the result store left over from runs (names starting with a dot).
   std::vector<std::string> LeftOvers() const;
 
@@ -46,9 +50,9 @@ class CResimLibrary {
   CTempDir iScratch;
 };
 
-// The simulator resim.sh runs in these tests: positioning-sim itself once it writes
-// result folders (--result-dir), until then a stand-in that makes them from its
-// other outputs (resim/result_dir_sim.py).
+// The simulator resim.sh runs in these tests, behind resim/counting_sim.sh:
+// positioning-sim itself once it writes result folders (--result-dir), until then a
+// stand-in that makes them from its other outputs (resim/result_dir_sim.py).
 std::string ResimSimulator();
 
 }  // namespace testing_host

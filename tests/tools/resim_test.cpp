@@ -75,6 +75,7 @@ TEST(ResimTest, ALibraryOfGeneratedAndImportedDrivesGetsOneCompleteResultFolderP
     }
   }
   EXPECT_EQ(keys, library.JobKeys(library.Out(), "ran"));
+  EXPECT_EQ(keys, library.SimulatedKeys());
   EXPECT_EQ(std::vector<std::string>(), library.LeftOvers());
 }
 
@@ -86,8 +87,10 @@ TEST(ResimTest, ARerunReusesEveryResultWithoutRunningADrive) {
   std::map<std::string, std::string> runs;
   for (const ListedDrive& drive : drives) runs[drive.key] = ReadFile(library.ResultDir(drive.key) + "/run.json");
 
+  library.ForgetSimulated();
   const SimRun rerun = library.Run({manifest, library.Out()});
   ASSERT_EQ(0, rerun.exitCode) << rerun.err;
+  EXPECT_EQ(std::vector<std::string>(), library.SimulatedKeys());
   EXPECT_TRUE(library.JobKeys(library.Out(), "ran").empty());
   EXPECT_EQ(Keys(drives), library.JobKeys(library.Out(), "reused"));
   for (const ListedDrive& drive : drives) {
@@ -99,6 +102,7 @@ TEST(ResimTest, AReorderedAndGrownManifestRunsOnlyTheDriveItAdded) {
   CResimLibrary library;
   ASSERT_EQ(0, library.Run({library.WriteManifest(kLibrary), library.Out()}).exitCode);
   const std::vector<std::string> before = Keys(library.Drives(library.Out()));
+  library.ForgetSimulated();
 
   const std::vector<std::string> reordered = {kLibrary[4], "builtin --duration 20 --seed 3", kLibrary[2], kLibrary[1],
                                               kLibrary[3]};
@@ -107,6 +111,7 @@ TEST(ResimTest, AReorderedAndGrownManifestRunsOnlyTheDriveItAdded) {
   const std::vector<ListedDrive> drives = library.Drives(library.Out());
   ASSERT_EQ(5u, drives.size());
   EXPECT_EQ("builtin --duration 20 --seed 3", drives[1].label);
+  EXPECT_EQ(std::vector<std::string>{drives[1].key}, library.SimulatedKeys());
   EXPECT_EQ(std::vector<std::string>{drives[1].key}, library.JobKeys(library.Out(), "ran"));
   EXPECT_EQ(before, library.JobKeys(library.Out(), "reused"));
 }
@@ -141,12 +146,14 @@ TEST(ResimTest, AnInterruptedRunGoesOnWhereItStoppedWithoutRunningDoneDrivesAgai
   std::map<std::string, std::string> runs;
   for (const std::string& key : done) runs[key] = ReadFile(library.ResultDir(key) + "/run.json");
 
+  library.ForgetSimulated();
   const SimRun resumed = library.Run({"--resume", "-j", "2", manifest, library.Out()});
   ASSERT_EQ(0, resumed.exitCode) << resumed.err;
   std::vector<std::string> rest;
   for (const std::string& key : Keys(library.Drives(library.Out()))) {
     if (runs.count(key) == 0) rest.push_back(key);
   }
+  EXPECT_EQ(rest, library.SimulatedKeys());
   EXPECT_EQ(rest, library.JobKeys(library.Out(), "ran"));
   for (const std::string& key : done) EXPECT_EQ(runs[key], ReadFile(library.ResultDir(key) + "/run.json"));
   EXPECT_EQ(std::vector<std::string>(), library.LeftOvers());

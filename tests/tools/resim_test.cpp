@@ -269,6 +269,23 @@ TEST(ResimTest, ProgressShowsOnATerminalOnly) {
   EXPECT_EQ(std::string::npos, piped.err.find("100%")) << piped.err;
 }
 
+TEST(ResimTest, ABuildsResultsOfTwoRunsCompareAsTwoTreesDriveByDrive) {
+  if (testing_host::RunSim({"--help"}).out.find("positioning-sim compare") == std::string::npos) {
+    GTEST_SKIP() << "this positioning-sim has no compare";
+  }
+  CResimLibrary library;
+  const std::string manifest = library.WriteManifest(kLibrary);
+  ASSERT_EQ(0, library.Run({manifest, library.Out()}).exitCode);
+  ASSERT_EQ(0, library.Run({manifest, library.Out() + "-again"}).exitCode);
+  const nlohmann::json report = nlohmann::json::parse(ReadFile(library.Out() + "/report.json"));
+  const std::string build = "/builds/" + report["build"]["build"].get<std::string>();
+  const SimRun compared = testing_host::RunSim({"compare", library.Out() + build, library.Out() + "-again" + build});
+  EXPECT_EQ(0, compared.exitCode) << compared.out << compared.err;
+  for (const ListedDrive& drive : library.Drives(library.Out())) {
+    EXPECT_NE(std::string::npos, compared.out.find(drive.key + ": identical")) << compared.out;
+  }
+}
+
 TEST(ResimSlurmTest, AnArrayTaskRunsOnlyItsChunkOfTheManifest) {
   CResimLibrary library;
   const std::string manifest = library.WriteManifest(kLibrary);

@@ -4,8 +4,6 @@
 # rerun, a reordered or a grown library runs only what is not done yet; then reports.
 set -uo pipefail
 SCRIPTS=$(cd "$(dirname "$0")" && pwd)
-# shellcheck source=scripts/resim/library.bash
-source "$SCRIPTS/resim/library.bash"
 
 usage() {
   cat <<EOF
@@ -125,12 +123,13 @@ flock -n 9 || fail_usage "another resim.sh is running on $rundir"
 
 # The build's identity: the module's bytes and the simulator that drives it.
 version=$("$sim" --version 2>&1) || fail_usage "$sim --version failed: $version"
-module_sha=$(library_file_sha "$module") || fail_usage "cannot read $module"
+module_sha=$(sha256sum <"$module") || fail_usage "cannot read $module"
+module_sha=${module_sha%% *}
 build_id=$(printf 'module %s\nsim %s\n' "$module_sha" "$version" | sha256sum)
 build_id=${build_id%% *}
 
 drives=$rundir/drives.tsv
-library_drives "$library" "$drives.new" "$out" || {
+python3 "$SCRIPTS/resim/library.py" list "$library" "$drives.new" "$out" || {
   rm -f "$drives.new"
   exit 2
 }
@@ -204,11 +203,9 @@ echo "resim: $((count - ${#missing[@]})) of $count drive(s) done ($ran re-simula
 # so that two builds compare with positioning-sim compare OUT/builds/A OUT/builds/B.
 # A chunk adds its drives to the tree the other chunks share.
 view=$out/builds/$build_id
-[ -n "$chunk" ] || rm -rf -- "$view"
-mkdir -p "$view"
-while IFS=$'\t' read -r _ _ key _; do
-  [ -d "$results/$key/$build_id" ] && ln -sfn "../../results/$key/$build_id" "$view/$key"
-done <"$drives"
+view_options=()
+[ -z "$chunk" ] || view_options=(--add)
+python3 "$SCRIPTS/resim/library.py" view "$results" "$build_id" "$drives" "$view" "${view_options[@]}" || exit 1
 echo "resim: this build's results: $view" >&2
 
 status=0

@@ -14,6 +14,13 @@ results=$1 failed=$2 build=$3 sim=$4 module=$5 key=$6 trace=$7 truth=$8 options=
 final=$results/$key/$build
 host=$(hostname)
 
+# A run killed outright (power, SIGKILL) leaves its temporary folder: remove those of
+# this machine whose process is gone. Other machines' may still be running.
+for stale in "$results/$key/.$build.tmp.$host."*; do
+  [ -d "$stale" ] || continue
+  kill -0 "${stale##*.}" 2>/dev/null || rm -rf -- "$stale"
+done
+
 if [ -d "$final" ]; then
   rm -f "$failed/$key.txt"
   echo "reused $key"
@@ -21,17 +28,10 @@ if [ -d "$final" ]; then
 fi
 mkdir -p "$results/$key" "$failed" || exit 1
 
-# A run killed outright (power, SIGKILL) leaves its temporary folder: remove those of
-# this machine whose process is gone. Other machines' may still be running.
-for stale in "$results/$key/.$build.tmp.$host."*; do
-  [ -e "$stale" ] || continue
-  owner=${stale%.stderr}
-  kill -0 "${owner##*.}" 2>/dev/null || rm -rf -- "$stale"
-done
-
 temporary=$results/$key/.$build.tmp.$host.$$
-errors=$temporary.stderr
-cleanup() { rm -rf -- "$temporary" "$errors"; }
+# Inside the temporary folder, so that one folder is all a killed run leaves.
+errors=$temporary/.stderr
+cleanup() { rm -rf -- "$temporary"; }
 trap cleanup EXIT
 trap 'exit 143' TERM
 trap 'exit 130' INT
@@ -58,6 +58,7 @@ if [ "$status" -ne 0 ]; then
   exit "$status"
 fi
 
+rm -f -- "$errors"
 # rename() onto a folder that another job filled meanwhile fails: that result stands.
 if ! mv -T -- "$temporary" "$final" 2>/dev/null; then
   [ -d "$final" ] || exit 1

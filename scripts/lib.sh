@@ -30,7 +30,8 @@ need_packages() {
 
 # What the native build and its tests need.
 # shellcheck disable=SC2034 # used by the scripts that source this file
-BASE_PACKAGES=(cmake ninja-build g++ pkg-config libgtest-dev libgmock-dev libdlt-dev dlt-daemon dlt-tools gnuplot-nox libcli11-dev nlohmann-json3-dev)
+BASE_PACKAGES=(cmake ninja-build g++ pkg-config libgtest-dev libgmock-dev libdlt-dev dlt-daemon dlt-tools gnuplot-nox libcli11-dev nlohmann-json3-dev
+  parallel python3)
 
 # Configures the native tree in $BUILD with the dev preset (CMakePresets.json).
 configure_native() {

@@ -11,13 +11,7 @@ namespace testing_host {
 namespace {
 
 const std::string kSourceDir = POSITIONING_SOURCE_DIR;
-const std::string kStandIn = kSourceDir + "/tests/tools/resim/result_dir_sim.py";
 const std::string kCounting = kSourceDir + "/tests/tools/resim/counting_sim.sh";
-
-bool SimulatorWritesResultFolders() {
-  static const bool writes = RunSim({"run", "--help"}).out.find("--result-dir") != std::string::npos;
-  return writes;
-}
 
 // The city drive imported once for every library of the process.
 const CTempDir& ImportedCityDrive() {
@@ -38,7 +32,7 @@ const CTempDir& ImportedCityDrive() {
 
 }  // namespace
 
-std::string ResimSimulator() { return SimulatorWritesResultFolders() ? SimPath() : kStandIn; }
+std::string ResimSimulator() { return SimPath(); }
 
 CResimLibrary::CResimLibrary() {
   std::filesystem::create_directories(iScratch.File("traces"));

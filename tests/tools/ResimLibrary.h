@@ -50,9 +50,8 @@ class CResimLibrary {
   CTempDir iScratch;
 };
 
-// The simulator resim.sh runs in these tests, behind resim/counting_sim.sh:
-// positioning-sim itself once it writes result folders (--result-dir), until then a
-// stand-in that makes them from its other outputs (resim/result_dir_sim.py).
+// The simulator resim.sh runs in these tests, behind resim/counting_sim.sh that counts
+// its starts.
 std::string ResimSimulator();
 
 }  // namespace testing_host

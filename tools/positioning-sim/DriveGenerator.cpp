@@ -32,39 +32,21 @@ double CRandom::Uniform(double aLow, double aHigh) {
   return aLow + (aHigh - aLow) * (static_cast<double>(Next() >> 11) * (1.0 / 9007199254740992.0));
 }
 
-CDriveGenerator::CDriveGenerator(SourceKind aKind, uint64_t aSeed, double aSeconds, int64_t aFirstPeerTime)
-    : iKind(aKind),
-      iSeed(aSeed),
-      iSeconds(aSeconds),
-      iFirstPeerTime(aFirstPeerTime),
-      iCount(static_cast<uint64_t>(std::floor(aSeconds * 1000.0 / kRecordPeriod))),
-      // Plan and noise draw from streams of their own, so that a shorter drive is the
-      // start of a longer one with the same seed.
-      iPlanRandom(aSeed),
-      iNoise(aSeed ^ 0x5DEECE66Dull),
-      iPhase{5, 0, 0},  // parked, engine running
-      iDirection(kForward) {
-  iPlannedSeconds = iPhase.seconds;
-  iPhaseLeft = iPhase.seconds;
-}
+namespace {
 
-int64_t CDriveGenerator::LastPeerTime() const {
-  return iCount == 0 ? iFirstPeerTime : iFirstPeerTime + static_cast<int64_t>((iCount - 1) * kRecordPeriod);
-}
+// Parked with the engine running.
+const DrivePhase kFirstPhase{5, 0, 0};
 
-double CDriveGenerator::TrueTurnRate() const { return std::fabs(iSpeed) > kStanding ? iPhase.turnRate : 0.0; }
+}  // namespace
 
-std::string CDriveGenerator::Describe() const {
-  char name[96];
-  snprintf(name, sizeof name, "built-in drive, seed %llu, %.1f s", static_cast<unsigned long long>(iSeed), iSeconds);
-  return name;
-}
+CDrivePlan::CDrivePlan(uint64_t aSeed, double aSeconds, const DrivePhase& aFirst)
+    : iSeconds(aSeconds), iRandom(aSeed), iPlannedSeconds(aFirst.seconds) {}
 
 // The urban pattern, varied by the seed: pull out, straights, turns, a traffic light, a
 // reversing manoeuvre into a parking space, and on again. Each draw is its own
 // statement, so that every compiler draws in the same order.
-void CDriveGenerator::PlanRound() {
-  CRandom& random = iPlanRandom;
+void CDrivePlan::PlanRound() {
+  CRandom& random = iRandom;
   auto add = [this](double aDuration, double aSpeed, double aTurn) {
     iPlanned.push_back({aDuration, aSpeed, aTurn});
     iPlannedSeconds += aDuration;
@@ -88,41 +70,70 @@ void CDriveGenerator::PlanRound() {
   ++iRound;
 }
 
-bool CDriveGenerator::NextPhase() {
+bool CDrivePlan::Next(DrivePhase& aPhase) {
   if (iPlanned.empty()) {
     if (iPlannedSeconds >= iSeconds) return false;  // the drive is planned to its end
     PlanRound();
     // Driven from the back: the round is kept reversed.
-    std::vector<Phase> reversed(iPlanned.rbegin(), iPlanned.rend());
+    std::vector<DrivePhase> reversed(iPlanned.rbegin(), iPlanned.rend());
     iPlanned.swap(reversed);
   }
-  iPhase = iPlanned.back();
+  aPhase = iPlanned.back();
   iPlanned.pop_back();
   return true;
+}
+
+CDriveGenerator::CDriveGenerator(SourceKind aKind, uint64_t aSeed, double aSeconds, int64_t aFirstPeerTime)
+    : iKind(aKind),
+      iSeed(aSeed),
+      iSeconds(aSeconds),
+      iFirstPeerTime(aFirstPeerTime),
+      iCount(static_cast<uint64_t>(std::floor(aSeconds * 1000.0 / kRecordPeriod))),
+      // Plan and noise draw from streams of their own, so that a shorter drive is the
+      // start of a longer one with the same seed.
+      iNoise(aSeed ^ 0x5DEECE66Dull),
+      iPlan(aSeed, aSeconds, kFirstPhase) {
+  iMotion.phase = kFirstPhase;
+  iMotion.phaseLeft = kFirstPhase.seconds;
+  iMotion.direction = kForward;
+}
+
+int64_t CDriveGenerator::LastPeerTime() const {
+  return iCount == 0 ? iFirstPeerTime : iFirstPeerTime + static_cast<int64_t>((iCount - 1) * kRecordPeriod);
+}
+
+double CDriveGenerator::TrueTurnRate() const {
+  return std::fabs(iMotion.speed) > kStanding ? iMotion.phase.turnRate : 0.0;
+}
+
+std::string CDriveGenerator::Describe() const {
+  char name[96];
+  snprintf(name, sizeof name, "built-in drive, seed %llu, %.1f s", static_cast<unsigned long long>(iSeed), iSeconds);
+  return name;
 }
 
 bool CDriveGenerator::Next(DriveRecord& aRecord) {
   if (iIndex >= iCount) return false;
   const double step = kRecordPeriod / 1000.0;
-  while (iPhaseLeft <= 0) {
-    const double speed = iSpeed;
-    if (!NextPhase()) break;
-    iPhaseStartSpeed = speed;
-    iPhaseLeft = iPhase.seconds;
+  DriveMotion& m = iMotion;
+  while (m.phaseLeft <= 0) {
+    if (!iPlan.Next(m.phase)) break;
+    m.phaseStartSpeed = m.speed;
+    m.phaseLeft = m.phase.seconds;
   }
   // Speed moves linearly toward the phase's target over the phase.
-  const double done = 1.0 - (iPhaseLeft - step) / iPhase.seconds;
-  iSpeed = iPhaseStartSpeed + (iPhase.speed - iPhaseStartSpeed) * (done > 1 ? 1 : done);
-  iPhaseLeft -= step;
+  const double done = 1.0 - (m.phaseLeft - step) / m.phase.seconds;
+  m.speed = m.phaseStartSpeed + (m.phase.speed - m.phaseStartSpeed) * (done > 1 ? 1 : done);
+  m.phaseLeft -= step;
 
-  const double metres = std::fabs(iSpeed) * step;
-  const double exactPulses = metres * kPulsesPerMetre + iPulseRemainder;
+  const double metres = std::fabs(m.speed) * step;
+  const double exactPulses = metres * kPulsesPerMetre + m.pulseRemainder;
   const int64_t pulses = static_cast<int64_t>(std::floor(exactPulses));
-  iPulseRemainder = exactPulses - static_cast<double>(pulses);
+  m.pulseRemainder = exactPulses - static_cast<double>(pulses);
   const double noise = iNoise.Uniform(-0.3, 0.3);
   const int64_t rate = static_cast<int64_t>(std::lround(TrueTurnRate() * kRateScale + noise * kRateScale / 10));
-  if (iSpeed < -kStanding) iDirection = kReverse;
-  if (iSpeed > kStanding) iDirection = kForward;
+  if (m.speed < -kStanding) m.direction = kReverse;
+  if (m.speed > kStanding) m.direction = kForward;
 
   aRecord = DriveRecord();
   aRecord.peerTime = iFirstPeerTime + static_cast<int64_t>(iIndex * kRecordPeriod);
@@ -130,13 +141,13 @@ bool CDriveGenerator::Next(DriveRecord& aRecord) {
   if (iKind == SourceKind::Can) {
     aRecord.field[0] = pulses;
     aRecord.field[1] = rate;
-    aRecord.field[2] = iDirection;
+    aRecord.field[2] = m.direction;
     aRecord.field[3] = kRawSamplesPerRecord;
   } else {
     aRecord.field[0] = kRawSamplesPerRecord;
     aRecord.field[1] = rate;
     aRecord.field[2] = pulses;
-    aRecord.field[3] = iDirection == kReverse ? 2 : 1;
+    aRecord.field[3] = m.direction == kReverse ? 2 : 1;
   }
   ++iIndex;
   return true;

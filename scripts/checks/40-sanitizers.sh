@@ -18,8 +18,11 @@ echo "-- test suite under AddressSanitizer, LeakSanitizer and UndefinedBehaviorS
 # to the library by design), the SIGFPE test (the sanitizer reports the division first,
 # which is checked below) and a test that reads glibc's allocator statistics, which
 # AddressSanitizer's allocator does not keep (the test skips itself under gcc's
-# sanitizer only).
-ctest --test-dir "$SAN_BUILD" -j "$JOBS" --output-on-failure -LE no-sanitizers
+# sanitizer only). The tests labelled slow (seconds of wall clock each: paced replays,
+# the DLT daemon, the library runner's scripts) are left out too, as in the coverage
+# run: they take the module through paths the other tests take too, and would double
+# the step's time.
+ctest --test-dir "$SAN_BUILD" -j "$JOBS" --output-on-failure -LE 'no-sanitizers|slow'
 
 echo "-- the one suppression covers the replay snapshots and nothing else"
 test_binary="$SAN_BUILD/tests/store_allocation_test"

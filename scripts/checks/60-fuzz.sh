@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # The libFuzzer targets of fuzz/, in the sanitizer build: each first runs its seed
-# corpus (fuzz/corpus/<target>/), then fuzzes for FUZZ_SECONDS (default 30) from it,
+# corpus (fuzz/corpus/<target>/), then fuzzes for FUZZ_SECONDS (default 20) from it,
 # then runs everything it kept once more with leak checking. A broken invariant, a
 # crash or a sanitizer report fails the step and leaves the input in
 # $SAN_BUILD/fuzz-artifacts/.
@@ -8,7 +8,7 @@ set -euo pipefail
 source "$(dirname "$0")/../lib.sh"
 source "$(dirname "$0")/sanitizer-build.bash"
 start=$SECONDS
-FUZZ_SECONDS=${FUZZ_SECONDS:-30}
+FUZZ_SECONDS=${FUZZ_SECONDS:-20}
 TARGETS=(can_stream_fuzzer external_stream_fuzzer broker_handshake_fuzzer trace_reader_fuzzer drive_import_fuzzer)
 
 echo "-- fuzz targets ($SAN_BUILD)"

@@ -99,6 +99,7 @@ int RunBatch(const BatchOptions& aOptions, const std::string& aDefaultModule,
       // The line as the command line of `run`.
       words.insert(words.begin(), {"positioning-sim", "run"});
       std::vector<char*> arguments;
+      arguments.reserve(words.size());
       for (std::string& word : words) arguments.push_back(&word[0]);
       SimOptions options;
       const int parsed =

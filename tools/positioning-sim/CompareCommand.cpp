@@ -62,8 +62,13 @@ bool Walk(const std::string& aRoot, const std::string& aRelative, int aDepth, st
   closedir(dir);
   std::sort(names.begin(), names.end());
   for (const std::string& name : names) {
-    const std::string relative = aRelative.empty() ? name : aRelative + "/" + name;
-    if (IsFolder(aRoot + "/" + relative) && !Walk(aRoot, relative, aDepth + 1, aKeys, aError)) return false;
+    std::string relative = aRelative;
+    if (!relative.empty()) relative += '/';
+    relative += name;
+    std::string path = aRoot;
+    path += '/';
+    path += relative;
+    if (IsFolder(path) && !Walk(aRoot, relative, aDepth + 1, aKeys, aError)) return false;
   }
   return true;
 }
@@ -202,7 +207,10 @@ int RunCompare(const CompareOptions& aOptions) {
     DriveComparison result;
     if (!CompareDrive(aOptions.first + "/" + key, aOptions.second + "/" + key, result, error)) {
       if (json != nullptr) fclose(json);
-      return Bad(key + ": " + error);
+      std::string message = key;
+      message += ": ";
+      message += error;
+      return Bad(message);
     }
     (result.Identical() ? identical : differing) += 1;
     if (!aOptions.quiet || !result.Identical()) PrintDrive(key, result);

@@ -33,7 +33,7 @@ class CLineBuilder {
   void WriteTo(FILE* aFile);
 
  private:
-  char iBuffer[512];
+  char iBuffer[512] = {};
   size_t iLength = 0;
 };
 

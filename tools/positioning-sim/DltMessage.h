@@ -51,7 +51,7 @@ class CDltPayload {
  private:
   void Put(uint64_t aValue, unsigned aBytes);
   void PutText(std::string_view aText);
-  uint8_t iBytes[kMaxPayload + 128];
+  uint8_t iBytes[kMaxPayload + 128] = {};
   size_t iSize = 0;
   uint8_t iCount = 0;
 };

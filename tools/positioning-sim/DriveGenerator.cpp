@@ -22,9 +22,9 @@ const double kStanding = 0.05;
 }  // namespace
 
 uint64_t CRandom::Next() {
-  uint64_t z = (iState += 0x9E3779B97F4A7C15ull);
-  z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ull;
-  z = (z ^ (z >> 27)) * 0x94D049BB133111EBull;
+  uint64_t z = (iState += 0x9E3779B97F4A7C15ULL);
+  z = (z ^ (z >> 30)) * 0xBF58476D1CE4E5B9ULL;
+  z = (z ^ (z >> 27)) * 0x94D049BB133111EBULL;
   return z ^ (z >> 31);
 }
 
@@ -91,7 +91,7 @@ CDriveGenerator::CDriveGenerator(SourceKind aKind, uint64_t aSeed, double aSecon
       iCount(static_cast<uint64_t>(std::floor(aSeconds * 1000.0 / kRecordPeriod))),
       // Plan and noise draw from streams of their own, so that a shorter drive is the
       // start of a longer one with the same seed.
-      iNoise(aSeed ^ 0x5DEECE66Dull),
+      iNoise(aSeed ^ 0x5DEECE66DULL),
       iPlan(aSeed, aSeconds, kFirstPhase) {
   iMotion.phase = kFirstPhase;
   iMotion.phaseLeft = kFirstPhase.seconds;

@@ -26,7 +26,7 @@ std::string At(int aLine) { return "line " + std::to_string(aLine) + ": "; }
 }  // namespace
 
 CResampler::CResampler(const ResampleSetup& aSetup, RecordSink aRecords, TruthSink aTruth)
-    : iSetup(aSetup), iRecordSink(aRecords), iTruthSink(aTruth) {}
+    : iSetup(aSetup), iRecordSink(std::move(aRecords)), iTruthSink(std::move(aTruth)) {}
 
 bool CResampler::Add(const SignalRow& aRow, std::string& aError) {
   if (!iStarted) {
@@ -34,7 +34,7 @@ bool CResampler::Add(const SignalRow& aRow, std::string& aError) {
     iStart = aRow.time;
     iPrevious = aRow;
     if (!iSetup.hasFirstStamp) {
-      const double first = std::llround(aRow.time) + static_cast<double>(iSetup.periodMs);
+      const double first = static_cast<double>(std::llround(aRow.time)) + static_cast<double>(iSetup.periodMs);
       if (first < 0) return aError = At(aRow.line) + "the time is below 0: give --first-stamp", false;
       iSetup.firstStamp = static_cast<uint64_t>(first);
     }

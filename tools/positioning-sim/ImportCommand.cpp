@@ -152,7 +152,7 @@ CLI::App* AddImportCommand(CLI::App& aApp, ImportOptions& aOptions) {
           "--first-stamp",
           [&aOptions](const std::string& aText) {
             std::string why;
-  if (!ParseUnsigned(aText, 0x7FFFFFFFFFFFFFFFull, aOptions.firstStamp, why)) throw CLI::ValidationError(why);
+  if (!ParseUnsigned(aText, 0x7FFFFFFFFFFFFFFFULL, aOptions.firstStamp, why)) throw CLI::ValidationError(why);
   aOptions.hasFirstStamp = true;
 },
           "the first record's time stamp, ms (default: the input's time at the end of the first period)")
@@ -246,7 +246,7 @@ int RunImport(const ImportOptions& aOptions) {
   CTraceWriter traceWriter(trace.File(), setup.kind, nullptr);
   std::unique_ptr<CTruthWriter> truthWriter;
   if (truth.File() != nullptr) truthWriter.reset(new CTruthWriter(truth.File(), setup.geographic));
-  const uint64_t stampLimit = 0xFFFFFFFFull;  // both services stamp in 32 bits
+  const uint64_t stampLimit = 0xFFFFFFFFULL;  // both services stamp in 32 bits
   bool stampTooLarge = false;
   CResampler resampler(
       setup,

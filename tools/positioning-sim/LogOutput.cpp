@@ -48,7 +48,7 @@ class CTextFile : public ILogOutput {
   }
   ~CTextFile() override {
     std::string ignored;
-    Close(ignored);
+    CTextFile::Close(ignored);  // this class's own: nothing derived is left to call
   }
   bool Close(std::string& aError) override {
     if (iFile == nullptr) return true;

@@ -8,7 +8,7 @@ namespace sim {
 CLI::Option* COptionValues::Add(CLI::App& aApp, const std::string& aName, const std::string& aType,
                                 const std::string& aHelp, const std::string& aExpects,
                                 std::function<bool(const std::string&, std::string&)> aConvert) {
-  iValues.push_back({aName, std::string(), aConvert, aExpects});
+  iValues.push_back({aName, std::string(), std::move(aConvert), aExpects});
   Deferred* value = &iValues.back();
   // Each occurrence is converted: repeated options (faults) append.
   CLI::callback_t take = [this, value](const CLI::results_t& aResults) {

@@ -33,6 +33,7 @@ std::string FileKey(const std::string& aPath) {
 bool OutputsAreDistinct(const std::vector<OutputRequest>& aOutputs, const std::vector<std::string>& aInputs,
                         std::string& aError) {
   std::vector<std::string> keys;
+  keys.reserve(aOutputs.size());
   for (const OutputRequest& output : aOutputs) keys.push_back(FileKey(output.path));
   for (size_t i = 0; i < aOutputs.size(); ++i) {
     if (keys[i].empty()) continue;

@@ -43,8 +43,8 @@ bool CReplayWindow::Next(DriveRecord& aRecord) {
 
 std::string CReplayWindow::Describe() const {
   std::string text = iTrace.Describe();
-  char window[96];
   if (iStart > 0 || iEnd >= 0) {
+    char window[96];
     snprintf(window, sizeof window, ", from %.1f s to %s", iStart, iEnd < 0 ? "its end" : "");
     text += window;
     if (iEnd >= 0) {

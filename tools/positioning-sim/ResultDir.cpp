@@ -25,7 +25,12 @@ bool MakeFolders(const std::string& aDir, std::string& aError) {
   for (size_t slash = aDir.find('/', 1);; slash = aDir.find('/', slash + 1)) {
     const std::string folder = aDir.substr(0, slash);
     if (!folder.empty() && mkdir(folder.c_str(), 0777) != 0 && errno != EEXIST) {
-      aError = "--result-dir " + aDir + ": cannot create " + folder + ": " + strerror(errno);
+      aError = "--result-dir ";
+      aError += aDir;
+      aError += ": cannot create ";
+      aError += folder;
+      aError += ": ";
+      aError += strerror(errno);
       return false;
     }
     if (slash == std::string::npos) break;
@@ -77,8 +82,8 @@ bool CResultDir::Prepare(SimOptions& aOptions, std::string& aError) {
                               : iModulePath + ":" + std::to_string(module.st_ino) + ":" +
                                     std::to_string(module.st_size) + ":" + std::to_string(module.st_mtim.tv_sec) + "." +
                                     std::to_string(module.st_mtim.tv_nsec);
-  std::string ignored;
   if (key.empty() || key != hashedKey) {
+    std::string ignored;
     hashedKey = key;
     if (!Sha256OfFile(iModulePath, hashedDigest, ignored)) hashedDigest.clear();
   }
@@ -143,7 +148,6 @@ bool CResultDir::Publish(int aExitStatus, double aWallSeconds, std::string& aErr
   run["samples_sha256"] = iSamplesDigest;
   const std::string temporary = Temporary(kResultRun);
   iPending.assign(1, temporary);
-  std::string error;
   FILE* file = fopen(temporary.c_str(), "w");
   if (file == nullptr) return aError = temporary + ": " + strerror(errno), false;
   const std::string text = run.dump(2) + "\n";

@@ -49,7 +49,7 @@ class CRunStatistics : public IRunObserver {
 
   explicit CRunStatistics(const std::vector<std::string>& aClientNames);
   // Told of every change of the synchronised offset (the plot draws them all).
-  void SetOnOffsetChange(std::function<void(const OffsetPoint&)> aObserver) { iOnOffsetChange = aObserver; }
+  void SetOnOffsetChange(std::function<void(const OffsetPoint&)> aObserver) { iOnOffsetChange = std::move(aObserver); }
   const uint64_t& RecordsFed() const { return iFigures.recordsFed; }
   RunFigures Figures() const;
 

@@ -46,10 +46,10 @@ __attribute__((target("sha,sse4.1,ssse3"))) void ShaBlocks(uint32_t* aState, con
   for (; aCount > 0; --aCount, aData += 64) {
     const __m128i abefBefore = abef, cdghBefore = cdgh;
     __m128i w[4];
-    for (int i = 0; i < 4; ++i)
+    for (size_t i = 0; i < 4; ++i)
       w[i] = _mm_shuffle_epi8(_mm_loadu_si128(reinterpret_cast<const __m128i*>(aData + 16 * i)), byteSwap);
 #pragma GCC unroll 16
-    for (int group = 0; group < 16; ++group) {
+    for (size_t group = 0; group < 16; ++group) {
       const __m128i& current = w[group % 4];
       __m128i message = _mm_add_epi32(current, _mm_loadu_si128(reinterpret_cast<const __m128i*>(kRound + 4 * group)));
       cdgh = _mm_sha256rnds2_epu32(cdgh, abef, message);
@@ -77,7 +77,7 @@ __attribute__((target("sha,sse4.1,ssse3"))) void ShaBlocks(uint32_t* aState, con
 
 void PortableBlock(uint32_t* aState, const uint8_t* aBlock) {
   uint32_t w[64];
-  for (int i = 0; i < 16; ++i) {
+  for (size_t i = 0; i < 16; ++i) {
     w[i] = static_cast<uint32_t>(aBlock[4 * i]) << 24 | static_cast<uint32_t>(aBlock[4 * i + 1]) << 16 |
            static_cast<uint32_t>(aBlock[4 * i + 2]) << 8 | static_cast<uint32_t>(aBlock[4 * i + 3]);
   }

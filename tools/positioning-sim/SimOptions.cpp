@@ -111,7 +111,7 @@ void AddOptions(CLI::App& aRun, COptionValues& aValues, SimOptions& aOptions, co
   };
   const std::string times = "seconds from 0 to 1209600 (14 days)";
   // A clock option notes that it was given: a trace that names its clock refuses it.
-  auto given = [&aOptions](const char* aName, std::function<bool(const std::string&, std::string&)> aConvert) {
+  auto given = [&aOptions](const char* aName, const std::function<bool(const std::string&, std::string&)>& aConvert) {
     return [&aOptions, aName, aConvert](const std::string& aText, std::string& aWhy) {
       aOptions.clock.given.push_back(aName);
       return aConvert(aText, aWhy);
@@ -161,7 +161,7 @@ void AddOptions(CLI::App& aRun, COptionValues& aValues, SimOptions& aOptions, co
            "service that booted long before",
            "milliseconds from 0 to 4294967295",
            [&aOptions](const std::string& aText, std::string& aWhy) {
-             return ParseUnsigned(aText, 4294967295ull, aOptions.clock.stampShift, aWhy);
+             return ParseUnsigned(aText, 4294967295ULL, aOptions.clock.stampShift, aWhy);
            })
       ->group("Drive");
 
@@ -226,7 +226,7 @@ void AddOptions(CLI::App& aRun, COptionValues& aValues, SimOptions& aOptions, co
              if (colon == std::string::npos) return aWhy = "no ':'", false;
              TimeJump jump;
              if (!Seconds(aText.substr(0, colon), jump.at, aWhy)) return false;
-             if (!ParseInteger(aText.substr(colon + 1), -4294967295ll, 4294967295ll, jump.delta, aWhy)) return false;
+             if (!ParseInteger(aText.substr(colon + 1), -4294967295LL, 4294967295LL, jump.delta, aWhy)) return false;
              faults.timeJumps.push_back(jump);
              return true;
            })

@@ -66,9 +66,7 @@ struct PathOptions {
 
 struct SimOptions {
   std::string modulePath;
-  bool hasDiversity = false;
   std::string diversity;
-  bool mainUnitUnplugged = false;
   uint64_t seed = 1;
   double duration = 300;  // built-in drive, seconds
   std::string tracePath;
@@ -78,12 +76,14 @@ struct SimOptions {
   OutputOptions output;
   SoakOptions soak;
   PathOptions path;
-  bool importing = false;  // the `import` subcommand
   ImportOptions import;
-  bool batching = false;  // the `batch` subcommand
   BatchOptions batch;
-  bool comparing = false;  // the `compare` subcommand
   CompareOptions compare;
+  bool hasDiversity = false;
+  bool mainUnitUnplugged = false;
+  bool importing = false;  // the `import` subcommand
+  bool batching = false;   // the `batch` subcommand
+  bool comparing = false;  // the `compare` subcommand
 };
 
 // What --version prints: the program and its version (part of a build's identity).

@@ -35,7 +35,7 @@ CSimulator::CSimulator(CScheduler& aScheduler, CSimulatedHeadUnit& aUnit, const 
 RunClock CSimulator::Run(SimTime aEnd, const uint64_t& aRecordsFed) {
   iWallStart = WallSeconds();
   host::CEventBroker& events = iUnit.Events();
-  host::CSimulatedOsal& osal = host::CSimulatedOsal::Instance();
+  const host::CSimulatedOsal& osal = host::CSimulatedOsal::Instance();
   SimTime nextMinute = LocalStart() + kMinute;
   RunClock clock;
   for (;;) {

@@ -14,7 +14,10 @@ namespace {
 
 const SimTime kRssPeriod = 60000;
 
-int16_t DirectionCode(int64_t aDirection) { return aDirection == 0x21 ? 1 : aDirection == 0x25 ? 2 : 0; }
+int16_t DirectionCode(int64_t aDirection) {
+  if (aDirection == 0x21) return 1;
+  return aDirection == 0x25 ? int16_t{2} : int16_t{0};
+}
 
 std::string Describe(const std::vector<host::CStoreModel::Delivery>& aSamples) {
   std::string text;

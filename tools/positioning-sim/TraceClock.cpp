@@ -12,7 +12,7 @@ namespace {
 
 const int64_t kHalfRange = static_cast<int64_t>(kStampRange / 2);
 // Far beyond any clock a recording of recordings can reach, and far from overflow.
-const uint64_t kClockLimit = 1ull << 44;
+const uint64_t kClockLimit = 1ULL << 44;
 const char* const kClockTag = "clock:";
 const char* const kShiftTag = "stamp-shift-ms:";
 
@@ -91,7 +91,7 @@ bool ParseClockLine(const std::string& aComment, ClockLine& aClock, bool& aIsClo
     } else {
       return aError = "clock line: unknown field '" + key + "'", false;
     }
-    if (!ok) return aError = "clock line: " + key + ": " + why, false;
+    if (!ok) return aError = "clock line: " + key + (": " + why), false;
   }
   if (seen != 31)
     return aError = "clock line: needs local-start-ms, local-anchor-ms, peer-anchor-ms, drift-ppm and sync-latency-ms",

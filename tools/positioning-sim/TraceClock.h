@@ -14,7 +14,7 @@
 namespace sim {
 
 // Values a service's 32-bit stamp can take.
-const uint64_t kStampRange = 1ull << 32;
+const uint64_t kStampRange = 1ULL << 32;
 const uint64_t kLargestStamp = kStampRange - 1;
 
 // A continuous peer time as the service puts it on the wire.

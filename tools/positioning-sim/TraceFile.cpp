@@ -25,7 +25,7 @@ std::string Trim(const std::string& aText) {
 }
 
 const int64_t kCanLow[] = {0, -32768, 0, 0};
-const int64_t kCanHigh[] = {65535, 32767, 0xFFFFFFFFll, 255};
+const int64_t kCanHigh[] = {65535, 32767, 0xFFFFFFFFLL, 255};
 
 std::string LineList(const std::vector<int>& aLines, uint64_t aCount) {
   std::string text;
@@ -107,7 +107,7 @@ bool CTraceReader::ReadFields(const std::string& aLine, const std::string& aWher
     return iError = aWhere + names[0] + ": " + why + ": the service's stamps are 32-bit", false;
   for (int f = 0; f < 4; ++f) {
     if (!ParseInteger(fields[f + 1], can ? kCanLow[f] : -32768, can ? kCanHigh[f] : 32767, aRecord.field[f], why))
-      return iError = aWhere + names[f + 1] + ": " + why, false;
+      return iError = aWhere + names[f + 1] + (": " + why), false;
   }
   aRecord.stamp = WireStamp(static_cast<int64_t>(aRecord.stamp + iStampShift));
   aRecord.peerTime = iPos.follower.Follow(WireStamp(static_cast<int64_t>(aRecord.stamp) - iPos.recordedShift));
@@ -143,8 +143,8 @@ bool CTraceReader::ReadRow(DriveRecord& aRecord) {
 void CTraceReader::NoteStampOrder(const DriveRecord& aRecord) {
   if (iPos.haveStamp) {
     const int64_t step = StampStep(iPos.lastStamp, aRecord.stamp);
-    std::vector<int>& lines = step == 0 ? iRepeatLines : iBackLines;
     if (step <= 0) {
+      std::vector<int>& lines = step == 0 ? iRepeatLines : iBackLines;
       if (lines.size() < kLinesNamed) lines.push_back(aRecord.line);
       ++(step == 0 ? iRepeat : iBack);
     }

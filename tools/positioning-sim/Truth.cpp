@@ -87,8 +87,8 @@ bool CTruthReader::ReadRow(TruthPoint& aPoint) {
     const std::string_view stamp = fields[0];
     const auto parsed = std::from_chars(stamp.data(), stamp.data() + stamp.size(), aPoint.stamp);
     if ((parsed.ec != std::errc() || parsed.ptr != stamp.data() + stamp.size() ||
-         aPoint.stamp > 0x7FFFFFFFFFFFFFFFull) &&
-        !ParseUnsigned(std::string(stamp), 0x7FFFFFFFFFFFFFFFull, aPoint.stamp, why)) {
+         aPoint.stamp > 0x7FFFFFFFFFFFFFFFULL) &&
+        !ParseUnsigned(std::string(stamp), 0x7FFFFFFFFFFFFFFFULL, aPoint.stamp, why)) {
       iError = Where() + kNames[0] + ": " + why;
       return false;
     }

@@ -130,12 +130,12 @@ struct Drive {
 
 int MakeDrive(const SimOptions& aOptions, SourceKind aKind, Drive& aDrive) {
   const ClockOptions& clock = aOptions.clock;
-  std::string error;
   if (aOptions.tracePath.empty()) {
     const int64_t first = static_cast<int64_t>(kDefaultLocalStart + kFirstRecordDelay) - clock.peerOffset +
                           static_cast<int64_t>(clock.stampShift);
     aDrive.generated.reset(new CDriveGenerator(aKind, aOptions.seed, aOptions.duration, first));
   } else {
+    std::string error;
     if (aOptions.tracePath == "-" && isatty(STDIN_FILENO) != 0)
       fprintf(stderr, "positioning-sim: reading the trace from the terminal; end it with Ctrl-D\n");
     aDrive.trace.reset(new CTraceReader(clock.stampShift));

@@ -65,10 +65,10 @@ bool Walk(const std::string& aRoot, const std::string& aRelative, int aDepth, st
     std::string relative = aRelative;
     if (!relative.empty()) relative += '/';
     relative += name;
-    std::string path = aRoot;
-    path += '/';
-    path += relative;
-    if (IsFolder(path) && !Walk(aRoot, relative, aDepth + 1, aKeys, aError)) return false;
+    std::string child = path;
+    child += '/';
+    child += name;
+    if (IsFolder(child) && !Walk(aRoot, relative, aDepth + 1, aKeys, aError)) return false;
   }
   return true;
 }

@@ -11,6 +11,7 @@
 
 #include <string>
 
+#include "Gnuplot.h"
 #include "RunObserver.h"
 #include "RunStatistics.h"
 
@@ -21,6 +22,8 @@ class CDrivePlot : public IRunObserver {
   // aOutput: the opened output file (stays the caller's); aSvg: SVG rather than PNG.
   CDrivePlot(FILE* aOutput, bool aSvg, SourceKind aKind);
   ~CDrivePlot() override;
+  CDrivePlot(const CDrivePlot&) = delete;
+  CDrivePlot& operator=(const CDrivePlot&) = delete;
   // Makes the temporary folder; false with the reason.
   bool Open(std::string& aError);
   void OnRecordSent(const SentRecord& aRecord) override;
@@ -30,12 +33,10 @@ class CDrivePlot : public IRunObserver {
   bool Draw(double aSeconds, std::string& aError);
 
  private:
-  std::string File(const char* aName) const { return iFolder + "/" + aName; }
-
   FILE* iOutput;
   bool iSvg;
   SourceKind iKind;
-  std::string iFolder;
+  CGnuplotFolder iFolder;
   FILE* iRecords = nullptr;
   FILE* iOffsets = nullptr;
   bool iHaveOffset = false;

@@ -20,7 +20,7 @@ for target in $TARGETS; do
   case "$target" in
     native)
       tree=${OLD_ABI_BUILD_DIR:-$ROOT/build-oldabi}
-      flags=(-DCMAKE_BUILD_TYPE=RelWithDebInfo)
+      flags=(-DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_CXX_FLAGS_RELWITHDEBINFO="-O2 -g1 -DNDEBUG")
       ;;
     arm)
       need_packages g++-arm-linux-gnueabihf qemu-user

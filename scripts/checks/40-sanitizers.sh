@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # The test suite built with clang under AddressSanitizer, LeakSanitizer and
-# UndefinedBehaviorSanitizer, halting on the first report; then the leak checker's one
+# UndefinedBehaviorSanitizer, halting on the first report (see run_suite_with_profiles
+# for what it leaves out and why); then the leak checker's one
 # suppression is shown to cover exactly the replay snapshot, one block per replay, and
 # the sanitizer's view of the deliberate division by zero is checked.
 set -euo pipefail
@@ -10,19 +11,10 @@ start=$SECONDS
 
 echo "-- clang build with -fsanitize=address,undefined ($SAN_BUILD)"
 build_sanitizers all
-# A module the host unloads stays mapped, so that leak reports can name its functions.
-export LD_PRELOAD="$SAN_BUILD/libkeep_loaded.so${LD_PRELOAD:+:$LD_PRELOAD}"
 
 echo "-- test suite under AddressSanitizer, LeakSanitizer and UndefinedBehaviorSanitizer"
-# Left out, labelled no-sanitizers: the symbol table test (instrumentation adds symbols
-# to the library by design), the SIGFPE test (the sanitizer reports the division first,
-# which is checked below) and a test that reads glibc's allocator statistics, which
-# AddressSanitizer's allocator does not keep (the test skips itself under gcc's
-# sanitizer only). The tests labelled slow (seconds of wall clock each: paced replays,
-# the DLT daemon, the library runner's scripts) are left out too, as in the coverage
-# run: they take the module through paths the other tests take too, and would double
-# the step's time.
-ctest --test-dir "$SAN_BUILD" -j "$JOBS" --output-on-failure -LE 'no-sanitizers|slow'
+# Its coverage profiles are what 45-coverage.sh reports.
+run_suite_with_profiles
 
 echo "-- the one suppression covers the replay snapshots and nothing else"
 test_binary="$SAN_BUILD/tests/store_allocation_test"

@@ -20,10 +20,9 @@
 #include "CSensorStore.h"
 #include "CrashingChild.h"
 #include "ExternalSensor.h"
+#include "HeapTest.h"
 #include "HeapWatch.h"
-#include "LogFacility.h"
 #include "StdoutCapture.h"
-#include "TestHost.h"
 
 namespace {
 
@@ -33,6 +32,7 @@ namespace {
 #define SKIP_WHEN_SANITIZED() (void)0
 #endif
 
+using testing_heap::kFeature;
 using testing_support::AllocationFailed;
 using testing_support::BrokenGuards;
 using testing_support::FailAllocation;
@@ -41,11 +41,6 @@ using testing_support::THeapWatch;
 using testing_support::WatchHeap;
 
 using Sample = CSensorStore::TSensorData;
-
-const TiPositioningSensorEntry kGyro = {1, 1, 200, 2};
-const TiPositioningSensorEntry kOdometer = {2, 1, 200, 2};
-// Short enough for the strings' own buffers: copies of it allocate nothing.
-const TFeatureId kFeature = "f";
 
 // Brokers that answer every request and keep nothing, so that all a test watches is
 // the module's.
@@ -85,30 +80,6 @@ class CQuietEventBroker : public IEventBroker {
   int iUnregistrations = 0;
 };
 
-// A client that keeps the last sample it received without allocating.
-class CKeepingClient : public IPositioningSensorMale {
- public:
-  void _RegisterCallback(IPositioningSensorFemale&) override {}
-  void _UnregisterCallback(IPositioningSensorFemale&) override {}
-  reflection::TErrCode Configuration(IPositioningSensorFemale&, TiPositioningSensorConfiguration&) override {
-    return 0;
-  }
-  reflection::TErrCode SensorData(IPositioningSensorFemale&, TiPositioningSensorType aType,
-                                  TiPositioningSensorData& aData) override {
-    ++iReceived;
-    iLastType = aType;
-    iLastTime = aData.timeStamp;
-    iLastSize = aData.values.size;
-    for (uint32_t i = 0; i < aData.values.size && i < 10; ++i) iLastValues[i] = aData.values.data[i];
-    return 0;
-  }
-  int iReceived = 0;
-  TiPositioningSensorType iLastType = 0;
-  uint64_t iLastTime = 0;
-  uint32_t iLastSize = 0;
-  int16_t iLastValues[10] = {};
-};
-
 // Whether a watched body gave back every block it made, naming the first it kept.
 ::testing::AssertionResult NothingLeft(const THeapWatch& aWatch) {
   if (aWatch.live.empty()) return ::testing::AssertionSuccess();
@@ -124,24 +95,8 @@ Sample MakeSample(int aNumber, uint8_t aSize = 2) {
   return sample;
 }
 
-class ModuleHeapTest : public testing_host::HostTest {
+class ModuleHeapTest : public testing_heap::HeapTest {
  protected:
-  void SetUp() override {
-    HostTest::SetUp();
-    // No record is kept, so that logging leaves nothing on the heap.
-    host::CLogFacility::Instance().SetDiscard(true);
-    testing_support::ForgetBrokenGuards();
-    iEntries[0] = kGyro;
-    iEntries[1] = kOdometer;
-    iConfig.size = 2;
-    iConfig.data = iEntries;
-  }
-  void TearDown() override {
-    testing_support::DisarmHeapWatch();
-    EXPECT_EQ(0, BrokenGuards()) << "a block was written past its end";
-    HostTest::TearDown();
-  }
-
   std::unique_ptr<CSensorStore> NewStore() {
     return std::make_unique<CSensorStore>(iConfig, kFeature, iQuietBroker, "1");
   }
@@ -175,12 +130,9 @@ class ModuleHeapTest : public testing_host::HostTest {
     return WatchHeap([&] { delete aNew(); });
   }
 
-  TiPositioningSensorEntry iEntries[2];
-  TiPositioningSensorConfiguration iConfig;
   CQuietInterfaceBroker iQuietBroker;
   CQuietEventBroker iQuietEvents;
-  CKeepingClient iClient;
-  CKeepingClient iOther;
+  testing_heap::CKeepingClient iOther;
 };
 
 // Everything given back.

@@ -17,11 +17,10 @@
 #include "CSensorStore.h"
 #include "CrashingChild.h"
 #include "ExternalSensor.h"
+#include "HeapTest.h"
 #include "HeapWatch.h"
 #include "InterfaceBroker.h"
-#include "LogFacility.h"
 #include "StdoutCapture.h"
-#include "TestHost.h"
 
 namespace {
 
@@ -39,30 +38,7 @@ using testing_support::FailAllocation;
 using testing_support::RunInChild;
 using testing_support::TChildRun;
 using Sample = CSensorStore::TSensorData;
-using testing_host::HostTest;
-
-const TiPositioningSensorEntry kGyro = {1, 1, 200, 2};
-const TiPositioningSensorEntry kOdometer = {2, 1, 200, 2};
-// Short enough for the string's own buffer: the store's copy allocates nothing.
-const TFeatureId kFeature = "f";
-
-// A client that keeps count of what it receives without allocating.
-class CCountingClient : public IPositioningSensorMale {
- public:
-  void _RegisterCallback(IPositioningSensorFemale&) override {}
-  void _UnregisterCallback(IPositioningSensorFemale&) override {}
-  reflection::TErrCode Configuration(IPositioningSensorFemale&, TiPositioningSensorConfiguration&) override {
-    return 0;
-  }
-  reflection::TErrCode SensorData(IPositioningSensorFemale&, TiPositioningSensorType,
-                                  TiPositioningSensorData& aData) override {
-    ++iReceived;
-    iLastTime = aData.timeStamp;
-    return 0;
-  }
-  int iReceived = 0;
-  uint64_t iLastTime = 0;
-};
+using testing_heap::kFeature;
 
 // The sizes of the blocks a piece of code left allocated.
 std::vector<size_t> LiveAfter(const std::function<void()>& aBody) { return testing_support::WatchHeap(aBody).live; }
@@ -78,22 +54,8 @@ std::vector<size_t> LiveAfter(const std::function<void()>& aBody) { return testi
   return ::testing::AssertionFailure() << "printed: \"" << aText << "\"";
 }
 
-class StoreAllocationTest : public HostTest {
+class StoreAllocationTest : public testing_heap::HeapTest {
  protected:
-  void SetUp() override {
-    HostTest::SetUp();
-    // No record is kept, so that logging leaves nothing allocated.
-    host::CLogFacility::Instance().SetDiscard(true);
-    iEntries[0] = kGyro;
-    iEntries[1] = kOdometer;
-    iConfig.size = 2;
-    iConfig.data = iEntries;
-  }
-  void TearDown() override {
-    testing_support::DisarmHeapWatch();
-    HostTest::TearDown();
-  }
-
   static void Feed(CSensorStore& aStore, int aCount, uint64_t aFirst = 1000) {
     for (int k = 0; k < aCount; ++k) {
       Sample sample = {};
@@ -104,10 +66,6 @@ class StoreAllocationTest : public HostTest {
       aStore.PutData(1, sample);
     }
   }
-
-  TiPositioningSensorEntry iEntries[2];
-  TiPositioningSensorConfiguration iConfig;
-  CCountingClient iClient;
 };
 
 TEST_F(StoreAllocationTest, SubscriptionThatCompletesTheSetWithReplayLeavesItsNodeAndOneSnapshot) {

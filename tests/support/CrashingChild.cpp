@@ -1,6 +1,7 @@
 // A forked child that may crash: its output through a pipe, its end from waitpid.
 #include "CrashingChild.h"
 
+#include <errno.h>
 #include <signal.h>
 #include <stdio.h>
 #include <sys/wait.h>
@@ -23,8 +24,8 @@ void WriteProfile() {
 // A child that dies writes its coverage profile first, and then dies of the same signal.
 void WriteProfileAndDie(int aSignal) {
   WriteProfile();
-  signal(aSignal, SIG_DFL);
-  raise(aSignal);
+  (void)signal(aSignal, SIG_DFL);
+  (void)raise(aSignal);
 }
 
 }  // namespace
@@ -33,7 +34,8 @@ TChildRun RunInChild(const std::function<void()>& aBody) {
   TChildRun run;
   int fds[2];
   if (pipe(fds) != 0) return run;
-  fflush(stdout);
+  // Whatever the test printed before stays the parent's, not printed twice.
+  (void)fflush(stdout);
   const pid_t pid = fork();
   if (pid < 0) {
     close(fds[0]);
@@ -44,22 +46,29 @@ TChildRun RunInChild(const std::function<void()>& aBody) {
     close(fds[0]);
     dup2(fds[1], STDOUT_FILENO);
     close(fds[1]);
-    setvbuf(stdout, nullptr, _IONBF, 0);
-    signal(SIGSEGV, WriteProfileAndDie);
-    signal(SIGBUS, WriteProfileAndDie);
+    (void)setvbuf(stdout, nullptr, _IONBF, 0);
+    (void)signal(SIGSEGV, WriteProfileAndDie);
+    (void)signal(SIGBUS, WriteProfileAndDie);
     aBody();
-    fputs(kFinished.c_str(), stdout);
+    (void)fputs(kFinished.c_str(), stdout);
     // _exit skips the exit handlers, among them the one that writes the profile.
     WriteProfile();
     _exit(0);
   }
   close(fds[1]);
   char buffer[1024];
-  ssize_t got;
-  while ((got = read(fds[0], buffer, sizeof buffer)) > 0) run.out.append(buffer, static_cast<size_t>(got));
+  for (;;) {
+    const ssize_t got = read(fds[0], buffer, sizeof buffer);
+    if (got > 0) {
+      run.out.append(buffer, static_cast<size_t>(got));
+    } else if (got == 0 || errno != EINTR) {
+      break;
+    }
+  }
   close(fds[0]);
   int status = 0;
-  waitpid(pid, &status, 0);
+  while (waitpid(pid, &status, 0) < 0 && errno == EINTR) {
+  }
   if (run.out.size() >= kFinished.size() &&
       run.out.compare(run.out.size() - kFinished.size(), kFinished.size(), kFinished) == 0) {
     run.finished = true;

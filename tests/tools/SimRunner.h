@@ -51,6 +51,10 @@ struct SimResult {
 };
 SimResult RunSimWithSummary(std::vector<std::string> aArguments);
 
+// Options under which the simulator finds first on its PATH a gnuplot, written into
+// aScratch, that prints aMessage on standard error and fails, as a broken one would.
+ProcessOptions WithFailingGnuplot(const CTempDir& aScratch, const std::string& aMessage);
+
 }  // namespace testing_host
 
 #endif  // TESTS_SIM_RUNNER_H

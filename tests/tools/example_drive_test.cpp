@@ -3,9 +3,6 @@
 // sources, its path compared with the reference pose it carries, and plotted.
 #include <gtest/gtest.h>
 
-#include <stdlib.h>
-#include <sys/stat.h>
-
 #include <cmath>
 #include <nlohmann/json.hpp>
 #include <string>
@@ -16,14 +13,12 @@
 namespace {
 
 using testing_host::CTempDir;
-using testing_host::Lines;
-using testing_host::ProcessOptions;
 using testing_host::ReadFile;
 using testing_host::RunSim;
 using testing_host::RunSimWithSummary;
 using testing_host::SimResult;
 using testing_host::SimRun;
-using testing_host::WriteFile;
+using testing_host::WithFailingGnuplot;
 
 const std::string kDrive = std::string(POSITIONING_DRIVES_DIR) + "/city-drive.csv";
 
@@ -78,11 +73,8 @@ TEST(ExampleDriveTest, TheCityDriveIsImportedReplayedAndComparedWithItsReference
 
 TEST(ExampleDriveTest, ThePathPlotSaysWhyItFailed) {
   CTempDir scratch;
-  WriteFile(scratch.File("gnuplot"), "#!/bin/sh\necho 'no cairo here' >&2\nexit 1\n");
-  ASSERT_EQ(0, chmod(scratch.File("gnuplot").c_str(), 0755));
-  ProcessOptions options;
-  options.environment = {"PATH=" + scratch.Path() + ":" + getenv("PATH")};
-  const SimRun run = RunSim({"--duration", "10", "--path-plot", scratch.File("p.png"), "--quiet"}, options);
+  const SimRun run = RunSim({"--duration", "10", "--path-plot", scratch.File("p.png"), "--quiet"},
+                            WithFailingGnuplot(scratch, "no cairo here"));
   EXPECT_EQ(1, run.exitCode);
   EXPECT_NE(std::string::npos, run.err.find("path plot: gnuplot failed: no cairo here")) << run.err;
   const SimRun bad = RunSim({"--path-plot", scratch.File("p.jpg")});

@@ -3,8 +3,6 @@
 // names that look like code, a plot that fails, and memory over a long drive. Every
 // run has a time limit, so a hang fails instead of blocking.
 #include <gtest/gtest.h>
-#include <stdlib.h>
-#include <sys/stat.h>
 
 #include <string>
 #include <vector>
@@ -22,7 +20,7 @@ using testing_host::RunSim;
 using testing_host::RunSimWithSummary;
 using testing_host::SimResult;
 using testing_host::SimRun;
-using testing_host::WriteFile;
+using testing_host::WithFailingGnuplot;
 
 const int kIoFailure = 1;
 const int kUsage = 2;
@@ -162,13 +160,9 @@ TEST(RobustEdgesTest, ThePlotsFileNameIsNeverCode) {
 }
 
 TEST(RobustEdgesTest, APlotErrorSaysItsRealCause) {
-  // A gnuplot of our own, first on the path, that fails as a broken one would.
   CTempDir scratch;
-  WriteFile(scratch.File("gnuplot"), "#!/bin/sh\necho 'cannot load font: out of fonts' >&2\nexit 1\n");
-  ASSERT_EQ(0, chmod(scratch.File("gnuplot").c_str(), 0755));
-  ProcessOptions options;
-  options.environment = {"PATH=" + scratch.Path() + ":" + getenv("PATH")};
-  const SimRun run = RunSim({"--duration", "10", "--plot", scratch.File("p.png"), "--quiet"}, options);
+  const SimRun run = RunSim({"--duration", "10", "--plot", scratch.File("p.png"), "--quiet"},
+                            WithFailingGnuplot(scratch, "cannot load font: out of fonts"));
   EXPECT_EQ(kIoFailure, run.exitCode);
   EXPECT_NE(std::string::npos, run.err.find("plot: gnuplot failed: cannot load font: out of fonts")) << run.err;
 }

@@ -5,208 +5,42 @@
 // node, a replay snapshot, the empty blocks of a store without sensors) the store
 // answers as if there were nothing rather than use the missing memory.
 //
-// malloc, calloc, realloc and free are interposed in this executable. Every block gets
-// a guard of known bytes after its end, checked when it is freed or looked at. Under
-// AddressSanitizer, whose allocator must stay in place, these tests skip: it watches
-// the same things itself.
+// The heap is watched by HeapWatch, whose guards after every block show what is written
+// past its end. Under AddressSanitizer, whose allocator must stay in place, these tests
+// skip: it watches the same things itself.
 #include <gtest/gtest.h>
-#include <signal.h>
 #include <stdint.h>
-#include <stdio.h>
-#include <stdlib.h>
-#include <string.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
+#include <memory>
 #include <string>
 #include <vector>
 
 #include "CANSensor.h"
 #include "CSensorStore.h"
+#include "CrashingChild.h"
 #include "ExternalSensor.h"
-#include "LogFacility.h"
+#include "HeapTest.h"
+#include "HeapWatch.h"
 #include "StdoutCapture.h"
-#include "TestHost.h"
-
-#if defined(__SANITIZE_ADDRESS__)
-#define MODULE_HEAP_SANITIZED 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define MODULE_HEAP_SANITIZED 1
-#endif
-#endif
 
 namespace {
 
-const size_t kGuard = 16;
-const unsigned char kGuardByte = 0xA5;
-
-struct TBlock {
-  void* pointer;
-  size_t size;
-};
-const size_t kMaxBlocks = 4096;
-TBlock gLive[kMaxBlocks];
-size_t gLiveCount = 0;
-size_t gMade[kMaxBlocks];  // sizes of the blocks made while watching, in order
-size_t gMadeCount = 0;
-bool gWatching = false;
-bool gOverflow = false;
-int gGuardsBroken = 0;
-
-bool gFailArmed = false;
-size_t gFailSize = 0;
-bool gFailFired = false;
-
-[[maybe_unused]] void PutGuard(void* aPointer, size_t aSize) {
-  memset(static_cast<unsigned char*>(aPointer) + aSize, kGuardByte, kGuard);
-}
-
-bool GuardIntact(const void* aPointer, size_t aSize) {
-  const unsigned char* guard = static_cast<const unsigned char*>(aPointer) + aSize;
-  for (size_t i = 0; i < kGuard; ++i) {
-    if (guard[i] != kGuardByte) return false;
-  }
-  return true;
-}
-
-[[maybe_unused]] void Made(void* aPointer, size_t aSize) {
-  if (!gWatching || aPointer == nullptr) return;
-  if (gLiveCount == kMaxBlocks || gMadeCount == kMaxBlocks) {
-    gOverflow = true;
-    return;
-  }
-  gLive[gLiveCount++] = {aPointer, aSize};
-  gMade[gMadeCount++] = aSize;
-}
-
-// Forgets a watched block, checking its guard first.
-[[maybe_unused]] void Unmade(void* aPointer) {
-  if (aPointer == nullptr) return;
-  for (size_t i = 0; i < gLiveCount; ++i) {
-    if (gLive[i].pointer == aPointer) {
-      if (!GuardIntact(aPointer, gLive[i].size)) ++gGuardsBroken;
-      gLive[i] = gLive[--gLiveCount];
-      return;
-    }
-  }
-}
-
-[[maybe_unused]] bool ShouldFail(size_t aSize) {
-  if (!gFailArmed || aSize != gFailSize) return false;
-  gFailArmed = false;
-  gFailFired = true;
-  return true;
-}
-
-}  // namespace
-
-#ifndef MODULE_HEAP_SANITIZED
-extern "C" {
-void* __libc_malloc(size_t aSize);
-void* __libc_calloc(size_t aCount, size_t aSize);
-void* __libc_realloc(void* aPointer, size_t aSize);
-void __libc_free(void* aPointer);
-
-void* malloc(size_t aSize) noexcept {
-  if (ShouldFail(aSize)) return nullptr;
-  void* pointer = __libc_malloc(aSize + kGuard);
-  if (pointer == nullptr) return nullptr;
-  PutGuard(pointer, aSize);
-  Made(pointer, aSize);
-  return pointer;
-}
-
-void* calloc(size_t aCount, size_t aSize) noexcept {
-  const size_t size = aCount * aSize;
-  if (ShouldFail(size)) return nullptr;
-  void* pointer = __libc_calloc(1, size + kGuard);
-  if (pointer == nullptr) return nullptr;
-  PutGuard(pointer, size);
-  Made(pointer, size);
-  return pointer;
-}
-
-void* realloc(void* aPointer, size_t aSize) noexcept {
-  Unmade(aPointer);
-  void* pointer = __libc_realloc(aPointer, aSize + kGuard);
-  if (pointer == nullptr) return nullptr;
-  PutGuard(pointer, aSize);
-  Made(pointer, aSize);
-  return pointer;
-}
-
-void free(void* aPointer) noexcept {
-  Unmade(aPointer);
-  __libc_free(aPointer);
-}
-}
-#endif
-
-// Present when the build measures coverage (clang's profile runtime).
-extern "C" int __llvm_profile_write_file(void) __attribute__((weak));
-
-namespace {
-
-// A child that dies on missing memory writes its coverage profile first, when the
-// build keeps one, and then dies of the same signal.
-void WriteProfileAndDie(int aSignal) {
-  if (__llvm_profile_write_file != nullptr) __llvm_profile_write_file();
-  signal(aSignal, SIG_DFL);
-  raise(aSignal);
-}
-
-struct TChildEnd {
-  std::string printed;
-  bool signaled = false;
-};
-
-// Runs aBody in a child with unbuffered standard output into a pipe.
-template <class Body>
-TChildEnd RunInDyingChild(Body aBody) {
-  TChildEnd end;
-  int fds[2];
-  if (pipe(fds) != 0) return end;
-  fflush(stdout);
-  const pid_t pid = fork();
-  if (pid == 0) {
-    close(fds[0]);
-    dup2(fds[1], STDOUT_FILENO);
-    close(fds[1]);
-    setvbuf(stdout, nullptr, _IONBF, 0);
-    signal(SIGSEGV, WriteProfileAndDie);
-    signal(SIGBUS, WriteProfileAndDie);
-    aBody();
-    _exit(0);
-  }
-  close(fds[1]);
-  char buffer[512];
-  ssize_t got;
-  while ((got = read(fds[0], buffer, sizeof buffer)) > 0) end.printed.append(buffer, static_cast<size_t>(got));
-  close(fds[0]);
-  int status = 0;
-  waitpid(pid, &status, 0);
-  end.signaled = WIFSIGNALED(status);
-  return end;
-}
-
-}  // namespace
-
-namespace {
-
-#ifdef MODULE_HEAP_SANITIZED
+#ifdef HEAP_WATCH_UNDER_ASAN
 #define SKIP_WHEN_SANITIZED() GTEST_SKIP() << "AddressSanitizer's own allocator watches the heap here"
 #else
 #define SKIP_WHEN_SANITIZED() (void)0
 #endif
 
-using Sample = CSensorStore::TSensorData;
+using testing_heap::kFeature;
+using testing_support::AllocationFailed;
+using testing_support::BrokenGuards;
+using testing_support::FailAllocation;
+using testing_support::TChildRun;
+using testing_support::THeapWatch;
+using testing_support::WatchHeap;
 
-const TiPositioningSensorEntry kGyro = {1, 1, 200, 2};
-const TiPositioningSensorEntry kOdometer = {2, 1, 200, 2};
-// Short enough for the strings' own buffers: copies of it allocate nothing.
-const TFeatureId kFeature = "f";
+using Sample = CSensorStore::TSensorData;
 
 // Brokers that answer every request and keep nothing, so that all a test watches is
 // the module's.
@@ -246,59 +80,11 @@ class CQuietEventBroker : public IEventBroker {
   int iUnregistrations = 0;
 };
 
-// A client that keeps the last sample it received without allocating.
-class CKeepingClient : public IPositioningSensorMale {
- public:
-  void _RegisterCallback(IPositioningSensorFemale&) override {}
-  void _UnregisterCallback(IPositioningSensorFemale&) override {}
-  reflection::TErrCode Configuration(IPositioningSensorFemale&, TiPositioningSensorConfiguration&) override {
-    return 0;
-  }
-  reflection::TErrCode SensorData(IPositioningSensorFemale&, TiPositioningSensorType aType,
-                                  TiPositioningSensorData& aData) override {
-    ++iReceived;
-    iLastType = aType;
-    iLastTime = aData.timeStamp;
-    iLastSize = aData.values.size;
-    for (uint32_t i = 0; i < aData.values.size && i < 10; ++i) iLastValues[i] = aData.values.data[i];
-    return 0;
-  }
-  int iReceived = 0;
-  TiPositioningSensorType iLastType = 0;
-  uint64_t iLastTime = 0;
-  uint32_t iLastSize = 0;
-  int16_t iLastValues[10] = {};
-};
-
-// Watches aBody: the blocks it made, and which of them are still there.
-struct TWatch {
-  std::vector<size_t> made;
-  std::vector<size_t> live;
-};
-
-template <class Body>
-TWatch Watch(Body aBody) {
-  gLiveCount = 0;
-  gMadeCount = 0;
-  gOverflow = false;
-  gWatching = true;
-  aBody();
-  gWatching = false;
-  EXPECT_FALSE(gOverflow);
-  TWatch watch;
-  watch.made.assign(gMade, gMade + gMadeCount);
-  for (size_t i = 0; i < gLiveCount; ++i) {
-    watch.live.push_back(gLive[i].size);
-    if (!GuardIntact(gLive[i].pointer, gLive[i].size)) ++gGuardsBroken;
-  }
-  gLiveCount = 0;
-  return watch;
-}
-
-void FailAllocation(size_t aSize) {
-  gFailSize = aSize;
-  gFailFired = false;
-  gFailArmed = true;
+// Whether a watched body gave back every block it made, naming the first it kept.
+::testing::AssertionResult NothingLeft(const THeapWatch& aWatch) {
+  if (aWatch.live.empty()) return ::testing::AssertionSuccess();
+  return ::testing::AssertionFailure() << aWatch.live.size() << " blocks left, the first of " << aWatch.live[0]
+                                       << " bytes";
 }
 
 Sample MakeSample(int aNumber, uint8_t aSize = 2) {
@@ -309,33 +95,44 @@ Sample MakeSample(int aNumber, uint8_t aSize = 2) {
   return sample;
 }
 
-class ModuleHeapTest : public testing_host::HostTest {
+class ModuleHeapTest : public testing_heap::HeapTest {
  protected:
-  void SetUp() override {
-    HostTest::SetUp();
-    // No record is kept, so that logging leaves nothing on the heap.
-    host::CLogFacility::Instance().SetDiscard(true);
-    gGuardsBroken = 0;
-    iEntries[0] = kGyro;
-    iEntries[1] = kOdometer;
-    iConfig.size = 2;
-    iConfig.data = iEntries;
-  }
-  void TearDown() override {
-    gFailArmed = false;
-    gWatching = false;
-    EXPECT_EQ(0, gGuardsBroken) << "a block was written past its end";
-    HostTest::TearDown();
+  std::unique_ptr<CSensorStore> NewStore() {
+    return std::make_unique<CSensorStore>(iConfig, kFeature, iQuietBroker, "1");
   }
 
-  CSensorStore* NewStore() { return new CSensorStore(iConfig, kFeature, iQuietBroker, "1"); }
+  // A store with iClient subscribed to both sensors, without a replay.
+  std::unique_ptr<CSensorStore> NewSubscribedStore() {
+    std::unique_ptr<CSensorStore> store = NewStore();
+    EXPECT_EQ(0, store->Subscribe(iClient, 1, 0));
+    EXPECT_EQ(0, store->Subscribe(iClient, 2, 0));
+    return store;
+  }
 
-  TiPositioningSensorEntry iEntries[2];
-  TiPositioningSensorConfiguration iConfig;
+  // A store made while the ring buffer of its first sensor could not be had; the
+  // message it prints about that is kept off the test's output.
+  std::unique_ptr<CSensorStore> NewStoreWithoutFirstBuffer() {
+    host::CStdoutCapture capture;
+    FailAllocation(sizeof(CRingBuffer<Sample>));
+    std::unique_ptr<CSensorStore> store = NewStore();
+    capture.Stop();
+    return store;
+  }
+
+  CCANSensor* NewCanSource() { return new CCANSensor(kFeature, iQuietBroker, iQuietEvents); }
+  CExternalSensor* NewExternalSource() { return new CExternalSensor(kFeature, iQuietBroker, iQuietEvents); }
+
+  // What making an object with aNew and deleting it leaves, watched after one round
+  // unwatched, so that what the host makes on first use is made.
+  template <class New>
+  static THeapWatch WatchMadeAndDeleted(New aNew) {
+    delete aNew();
+    return WatchHeap([&] { delete aNew(); });
+  }
+
   CQuietInterfaceBroker iQuietBroker;
   CQuietEventBroker iQuietEvents;
-  CKeepingClient iClient;
-  CKeepingClient iOther;
+  testing_heap::CKeepingClient iOther;
 };
 
 // Everything given back.
@@ -343,8 +140,8 @@ class ModuleHeapTest : public testing_host::HostTest {
 TEST_F(ModuleHeapTest, AStoreWithSamplesAndSubscribedClientsGivesBackEveryBlockWhenDeleted) {
   SKIP_WHEN_SANITIZED();
   size_t heldWhileAlive = 0;
-  const TWatch watch = Watch([&] {
-    CSensorStore* store = NewStore();
+  const THeapWatch watch = WatchHeap([&] {
+    std::unique_ptr<CSensorStore> store = NewStore();
     for (int n = 0; n < 5; ++n) {
       store->PutData(0, MakeSample(n));
       store->PutData(1, MakeSample(n));
@@ -354,30 +151,29 @@ TEST_F(ModuleHeapTest, AStoreWithSamplesAndSubscribedClientsGivesBackEveryBlockW
     ASSERT_EQ(0, store->Subscribe(iClient, 2, 0));
     ASSERT_EQ(0, store->Subscribe(iOther, 1, 0));
     ASSERT_EQ(0, store->Subscribe(iOther, 2, 0));
-    heldWhileAlive = gLiveCount;
-    delete store;
+    heldWhileAlive = testing_support::WatchedLiveBlocks();
+    store.reset();
   });
   // The store, its sensor array, two ring buffers with their slots, its configuration
   // copy and four list nodes.
   EXPECT_EQ(11u, heldWhileAlive);
-  EXPECT_TRUE(watch.live.empty()) << watch.live.size() << " blocks left, the first of " << watch.live[0] << " bytes";
+  EXPECT_TRUE(NothingLeft(watch));
   EXPECT_EQ(1, iQuietBroker.iRevokes);
 }
 
 TEST_F(ModuleHeapTest, ACanSourceGivesBackEveryBlockWhenDeleted) {
   SKIP_WHEN_SANITIZED();
-  // Once before watching, so that what the host makes on first use is made.
-  delete new CCANSensor(kFeature, iQuietBroker, iQuietEvents);
-  const TWatch watch = Watch([&] { delete new CCANSensor(kFeature, iQuietBroker, iQuietEvents); });
+  const THeapWatch watch = WatchMadeAndDeleted([&] { return NewCanSource(); });
   EXPECT_FALSE(watch.made.empty());
-  EXPECT_TRUE(watch.live.empty()) << watch.live.size() << " blocks left, the first of " << watch.live[0] << " bytes";
+  EXPECT_TRUE(NothingLeft(watch));
 }
 
 TEST_F(ModuleHeapTest, ACanSourceHoldsOnlyItsStoresBlocksOnceCreated) {
   SKIP_WHEN_SANITIZED();
-  delete new CCANSensor(kFeature, iQuietBroker, iQuietEvents);
+  // Once before watching, so that what the host makes on first use is made.
+  delete NewCanSource();
   CCANSensor* source = nullptr;
-  const TWatch watch = Watch([&] { source = new CCANSensor(kFeature, iQuietBroker, iQuietEvents); });
+  const THeapWatch watch = WatchHeap([&] { source = NewCanSource(); });
   // The source, the store, its sensor array, two ring buffers with their slots and its
   // configuration copy: the temporary configuration the store was made from is gone.
   EXPECT_EQ(8u, watch.live.size());
@@ -387,10 +183,9 @@ TEST_F(ModuleHeapTest, ACanSourceHoldsOnlyItsStoresBlocksOnceCreated) {
 
 TEST_F(ModuleHeapTest, AnExternalSourceGivesBackEveryBlockWhenDeleted) {
   SKIP_WHEN_SANITIZED();
-  delete new CExternalSensor(kFeature, iQuietBroker, iQuietEvents);
-  const TWatch watch = Watch([&] { delete new CExternalSensor(kFeature, iQuietBroker, iQuietEvents); });
+  const THeapWatch watch = WatchMadeAndDeleted([&] { return NewExternalSource(); });
   EXPECT_FALSE(watch.made.empty());
-  EXPECT_TRUE(watch.live.empty()) << watch.live.size() << " blocks left, the first of " << watch.live[0] << " bytes";
+  EXPECT_TRUE(NothingLeft(watch));
   EXPECT_EQ(6, iQuietBroker.iRequests);  // both services and the store's own, twice
   EXPECT_EQ(6, iQuietBroker.iRevokes);
 }
@@ -399,45 +194,36 @@ TEST_F(ModuleHeapTest, AnExternalSourceGivesBackEveryBlockWhenDeleted) {
 
 TEST_F(ModuleHeapTest, DeliveringATwoValueSampleMakesOneArrayOfFourBytesAndGivesItBack) {
   SKIP_WHEN_SANITIZED();
-  CSensorStore* store = NewStore();
-  ASSERT_EQ(0, store->Subscribe(iClient, 1, 0));
-  ASSERT_EQ(0, store->Subscribe(iClient, 2, 0));
-  const TWatch watch = Watch([&] { store->PutData(0, MakeSample(7)); });
+  const std::unique_ptr<CSensorStore> store = NewSubscribedStore();
+  const THeapWatch watch = WatchHeap([&] { store->PutData(0, MakeSample(7)); });
   EXPECT_EQ(std::vector<size_t>{2 * sizeof(int16_t)}, watch.made);
   EXPECT_TRUE(watch.live.empty());
   EXPECT_EQ(1, iClient.iReceived);
   EXPECT_EQ(2u, iClient.iLastSize);
   EXPECT_EQ(70, iClient.iLastValues[0]);
   EXPECT_EQ(71, iClient.iLastValues[1]);
-  delete store;
 }
 
 TEST_F(ModuleHeapTest, DeliveringSamplesOfOtherSizesMakesArraysOfExactlyTheirValuesAndWritesNothingPastThem) {
   SKIP_WHEN_SANITIZED();
-  CSensorStore* store = NewStore();
-  ASSERT_EQ(0, store->Subscribe(iClient, 1, 0));
-  ASSERT_EQ(0, store->Subscribe(iClient, 2, 0));
+  const std::unique_ptr<CSensorStore> store = NewSubscribedStore();
   for (uint8_t size : {uint8_t{0}, uint8_t{1}, uint8_t{3}, uint8_t{9}}) {
-    gGuardsBroken = 0;
-    const TWatch watch = Watch([&] { store->PutData(1, MakeSample(3, size)); });
+    testing_support::ForgetBrokenGuards();
+    const THeapWatch watch = WatchHeap([&] { store->PutData(1, MakeSample(3, size)); });
     EXPECT_EQ(std::vector<size_t>{size * sizeof(int16_t)}, watch.made) << "size " << int(size);
     EXPECT_TRUE(watch.live.empty()) << "size " << int(size);
-    EXPECT_EQ(0, gGuardsBroken) << "the array of " << int(size) << " values was written past its end";
+    EXPECT_EQ(0, BrokenGuards()) << "the array of " << int(size) << " values was written past its end";
     EXPECT_EQ(size, iClient.iLastSize);
     for (int i = 0; i < size; ++i) EXPECT_EQ(30 + i, iClient.iLastValues[i]) << "size " << int(size);
   }
-  delete store;
 }
 
 // Blocks that cannot be had.
 
 TEST_F(ModuleHeapTest, QueriesOfASensorWhoseBufferCouldNotBeMadeAnswerFalse) {
   SKIP_WHEN_SANITIZED();
-  host::CStdoutCapture capture;
-  FailAllocation(sizeof(CRingBuffer<Sample>));
-  CSensorStore* store = NewStore();
-  capture.Stop();
-  ASSERT_TRUE(gFailFired);
+  const std::unique_ptr<CSensorStore> store = NewStoreWithoutFirstBuffer();
+  ASSERT_TRUE(AllocationFailed());
   ASSERT_EQ(nullptr, store->Sensor(0).buffer);
   // A sample for the sensor without a buffer is not kept.
   store->PutData(0, MakeSample(3));
@@ -452,16 +238,12 @@ TEST_F(ModuleHeapTest, QueriesOfASensorWhoseBufferCouldNotBeMadeAnswerFalse) {
   // The other sensor answers as usual.
   EXPECT_EQ(1, store->GetLastSample(2, kept));
   EXPECT_EQ(MakeSample(4).timeStamp, kept.timeStamp);
-  delete store;
 }
 
 TEST_F(ModuleHeapTest, AReplayOfAFirstSensorWhoseBufferCouldNotBeMadeSendsNothing) {
   SKIP_WHEN_SANITIZED();
-  host::CStdoutCapture capture;
-  FailAllocation(sizeof(CRingBuffer<Sample>));
-  CSensorStore* store = NewStore();
-  capture.Stop();
-  ASSERT_TRUE(gFailFired);
+  const std::unique_ptr<CSensorStore> store = NewStoreWithoutFirstBuffer();
+  ASSERT_TRUE(AllocationFailed());
   store->PutData(1, MakeSample(1));
   ASSERT_EQ(0, store->Subscribe(iClient, 2, 0));
   // Completes the set and asks for the replay: the gate opens, nothing is replayed.
@@ -469,15 +251,14 @@ TEST_F(ModuleHeapTest, AReplayOfAFirstSensorWhoseBufferCouldNotBeMadeSendsNothin
   EXPECT_EQ(0, iClient.iReceived);
   store->PutData(1, MakeSample(2));
   EXPECT_EQ(1, iClient.iReceived);
-  delete store;
 }
 
 TEST_F(ModuleHeapTest, ASubscriptionWhoseListNodeCouldNotBeMadeIsNotCounted) {
   SKIP_WHEN_SANITIZED();
-  CSensorStore* store = NewStore();
+  const std::unique_ptr<CSensorStore> store = NewStore();
   FailAllocation(sizeof(CHKNode<CSensorStore::clientRecord>));
   EXPECT_EQ(0, store->Subscribe(iClient, 1, 0));
-  ASSERT_TRUE(gFailFired);
+  ASSERT_TRUE(AllocationFailed());
   EXPECT_EQ(0, store->SubscriptionCount());
   EXPECT_EQ(nullptr, store->Sensor(0).clients.iHead);
   EXPECT_EQ(0, store->Sensor(0).clients.iCount);
@@ -487,23 +268,21 @@ TEST_F(ModuleHeapTest, ASubscriptionWhoseListNodeCouldNotBeMadeIsNotCounted) {
   EXPECT_EQ(2, store->SubscriptionCount());
   store->PutData(0, MakeSample(5));
   EXPECT_EQ(1, iClient.iReceived);
-  delete store;
 }
 
 TEST_F(ModuleHeapTest, AReplayWhoseSnapshotCouldNotBeMadeSendsNothingAndReturns0) {
   SKIP_WHEN_SANITIZED();
-  CSensorStore* store = NewStore();
+  const std::unique_ptr<CSensorStore> store = NewStore();
   for (int n = 0; n < 10; ++n) store->PutData(0, MakeSample(n));
   ASSERT_EQ(0, store->Subscribe(iClient, 2, 0));
   FailAllocation(10 * sizeof(Sample));
   EXPECT_EQ(0, store->Subscribe(iClient, 1, 1));
-  ASSERT_TRUE(gFailFired);
+  ASSERT_TRUE(AllocationFailed());
   EXPECT_EQ(0, iClient.iReceived);
   // The gate is open all the same.
   store->PutData(0, MakeSample(10));
   EXPECT_EQ(1, iClient.iReceived);
   EXPECT_EQ(MakeSample(10).timeStamp, iClient.iLastTime);
-  delete store;
 }
 
 TEST_F(ModuleHeapTest, AStoreWithoutSensorsWhoseEmptyBlocksComeBackNullAnswersAReplayRequestWith0) {
@@ -512,35 +291,34 @@ TEST_F(ModuleHeapTest, AStoreWithoutSensorsWhoseEmptyBlocksComeBackNullAnswersAR
   iConfig.size = 0;
   host::CStdoutCapture capture;
   FailAllocation(0);
-  CSensorStore* store = NewStore();
+  const std::unique_ptr<CSensorStore> store = NewStore();
   const std::string printed = capture.Stop();
-  ASSERT_TRUE(gFailFired);
+  ASSERT_TRUE(AllocationFailed());
   EXPECT_NE(std::string::npos, printed.find("Assertion failed (iSensorArray != NULL)")) << printed;
   // No sensors: the first subscription already completes the set and asks for a replay.
   EXPECT_EQ(0, store->Subscribe(iClient, 1, 1));
   EXPECT_EQ(0, iClient.iReceived);
-  delete store;
 }
 
 TEST_F(ModuleHeapTest, AStoreWhoseConfigurationCopyCannotBeMadeSaysSoAndThenDiesUsingIt) {
   SKIP_WHEN_SANITIZED();
-  const TChildEnd end = RunInDyingChild([&] {
+  const TChildRun run = testing_support::RunInChild([&] {
     FailAllocation(2 * sizeof(TiPositioningSensorEntry));
-    delete NewStore();
+    NewStore().reset();
   });
-  EXPECT_EQ(0u, end.printed.find("\nAssertion failed (iPosSensorConfig.data != NULL) in file ")) << end.printed;
-  EXPECT_NE(std::string::npos, end.printed.find(", line 45\n")) << end.printed;
-  EXPECT_TRUE(end.signaled);
+  EXPECT_EQ(0u, run.out.find("\nAssertion failed (iPosSensorConfig.data != NULL) in file ")) << run.out;
+  EXPECT_NE(std::string::npos, run.out.find(", line 45\n")) << run.out;
+  EXPECT_TRUE(run.signaled);
 }
 
 TEST_F(ModuleHeapTest, AnExternalSourceWhoseConfigurationCannotBeMadeSaysSoAndThenDiesUsingIt) {
   SKIP_WHEN_SANITIZED();
-  const TChildEnd end = RunInDyingChild([&] {
+  const TChildRun run = testing_support::RunInChild([&] {
     FailAllocation(2 * sizeof(TiPositioningSensorEntry));
-    delete new CExternalSensor(kFeature, iQuietBroker, iQuietEvents);
+    delete NewExternalSource();
   });
-  EXPECT_EQ(0u, end.printed.find("\nAssertion failed (aConfig.data != NULL) in file ")) << end.printed;
-  EXPECT_TRUE(end.signaled);
+  EXPECT_EQ(0u, run.out.find("\nAssertion failed (aConfig.data != NULL) in file ")) << run.out;
+  EXPECT_TRUE(run.signaled);
 }
 
 }  // namespace

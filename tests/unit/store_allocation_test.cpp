@@ -3,16 +3,11 @@
 // allocation of the store's construction fails, the assertion message is printed and
 // construction goes on, into the missing memory where the next step uses it.
 //
-// The allocations are watched by interposing malloc, calloc, realloc and free in this
-// executable (under AddressSanitizer, whose allocator must stay in place, through its
-// allocation hooks instead; failures cannot be injected there and those tests skip).
-// A failure is injected by size: the first allocation (or the n-th) of exactly the
-// size of the block in question fails.
+// The allocations are watched by HeapWatch (under AddressSanitizer through its
+// allocation hooks; failures cannot be injected there and those tests skip). A failure
+// is injected by size: the first allocation (or the n-th) of exactly the size of the
+// block in question fails.
 #include <gtest/gtest.h>
-#include <stdio.h>
-#include <stdlib.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <functional>
@@ -20,124 +15,16 @@
 #include <vector>
 
 #include "CSensorStore.h"
+#include "CrashingChild.h"
 #include "ExternalSensor.h"
+#include "HeapTest.h"
+#include "HeapWatch.h"
 #include "InterfaceBroker.h"
-#include "LogFacility.h"
 #include "StdoutCapture.h"
-#include "TestHost.h"
-
-#if defined(__SANITIZE_ADDRESS__)
-#define STORE_ALLOCATION_SANITIZED 1
-#elif defined(__has_feature)
-#if __has_feature(address_sanitizer)
-#define STORE_ALLOCATION_SANITIZED 1
-#endif
-#endif
-
-#ifdef STORE_ALLOCATION_SANITIZED
-#include <sanitizer/allocator_interface.h>
-#endif
 
 namespace {
 
-// Allocations made while watching that are still live, and the injected failure.
-struct TLive {
-  const volatile void* pointer;
-  size_t size;
-};
-const size_t kMaxLive = 4096;
-TLive gLive[kMaxLive];
-size_t gLiveCount = 0;
-bool gWatching = false;
-bool gLiveOverflow = false;
-
-bool gFailArmed = false;
-size_t gFailSize = 0;
-int gFailSkip = 0;
-bool gFailFired = false;
-
-void Allocated(const volatile void* aPointer, size_t aSize) {
-  if (!gWatching || aPointer == nullptr) return;
-  if (gLiveCount == kMaxLive) {
-    gLiveOverflow = true;
-    return;
-  }
-  gLive[gLiveCount++] = {aPointer, aSize};
-}
-
-void Freed(const volatile void* aPointer) {
-  for (size_t i = 0; i < gLiveCount; ++i) {
-    if (gLive[i].pointer == aPointer) {
-      gLive[i] = gLive[--gLiveCount];
-      return;
-    }
-  }
-}
-
-// Whether this allocation is the one to fail.
-[[maybe_unused]] bool ShouldFail(size_t aSize) {
-  if (!gFailArmed || aSize != gFailSize) return false;
-  if (gFailSkip > 0) {
-    --gFailSkip;
-    return false;
-  }
-  gFailArmed = false;
-  gFailFired = true;
-  return true;
-}
-
-}  // namespace
-
-#ifdef STORE_ALLOCATION_SANITIZED
-
-namespace {
-void MallocHook(const volatile void* aPointer, size_t aSize) { Allocated(aPointer, aSize); }
-void FreeHook(const volatile void* aPointer) { Freed(aPointer); }
-[[maybe_unused]] const int kHooksInstalled = __sanitizer_install_malloc_and_free_hooks(MallocHook, FreeHook);
-}  // namespace
-
-#else
-
-extern "C" {
-void* __libc_malloc(size_t aSize);
-void* __libc_calloc(size_t aCount, size_t aSize);
-void* __libc_realloc(void* aPointer, size_t aSize);
-void __libc_free(void* aPointer);
-
-void* malloc(size_t aSize) noexcept {
-  if (ShouldFail(aSize)) return nullptr;
-  void* pointer = __libc_malloc(aSize);
-  Allocated(pointer, aSize);
-  return pointer;
-}
-
-void* calloc(size_t aCount, size_t aSize) noexcept {
-  if (ShouldFail(aCount * aSize)) return nullptr;
-  void* pointer = __libc_calloc(aCount, aSize);
-  Allocated(pointer, aCount * aSize);
-  return pointer;
-}
-
-void* realloc(void* aPointer, size_t aSize) noexcept {
-  void* pointer = __libc_realloc(aPointer, aSize);
-  if (pointer != nullptr) {
-    Freed(aPointer);
-    Allocated(pointer, aSize);
-  }
-  return pointer;
-}
-
-void free(void* aPointer) noexcept {
-  Freed(aPointer);
-  __libc_free(aPointer);
-}
-}
-
-#endif
-
-namespace {
-
-#ifdef STORE_ALLOCATION_SANITIZED
+#ifdef HEAP_WATCH_UNDER_ASAN
 #define SKIP_WHEN_SANITIZED() GTEST_SKIP() << "AddressSanitizer's allocator cannot be made to fail an allocation"
 // AddressSanitizer keeps an empty block as one byte.
 const size_t kEmptyBlock = 1;
@@ -146,103 +33,15 @@ const size_t kEmptyBlock = 1;
 const size_t kEmptyBlock = 0;
 #endif
 
+using testing_support::AllocationFailed;
+using testing_support::FailAllocation;
+using testing_support::RunInChild;
+using testing_support::TChildRun;
 using Sample = CSensorStore::TSensorData;
-using testing_host::HostTest;
+using testing_heap::kFeature;
 
-const TiPositioningSensorEntry kGyro = {1, 1, 200, 2};
-const TiPositioningSensorEntry kOdometer = {2, 1, 200, 2};
-// Short enough for the string's own buffer: the store's copy allocates nothing.
-const TFeatureId kFeature = "f";
-
-// A client that keeps count of what it receives without allocating.
-class CCountingClient : public IPositioningSensorMale {
- public:
-  void _RegisterCallback(IPositioningSensorFemale&) override {}
-  void _UnregisterCallback(IPositioningSensorFemale&) override {}
-  reflection::TErrCode Configuration(IPositioningSensorFemale&, TiPositioningSensorConfiguration&) override {
-    return 0;
-  }
-  reflection::TErrCode SensorData(IPositioningSensorFemale&, TiPositioningSensorType,
-                                  TiPositioningSensorData& aData) override {
-    ++iReceived;
-    iLastTime = aData.timeStamp;
-    return 0;
-  }
-  int iReceived = 0;
-  uint64_t iLastTime = 0;
-};
-
-// What a block of code left allocated.
-std::vector<TLive> LiveAfter(const std::function<void()>& aBody) {
-  gLiveCount = 0;
-  gLiveOverflow = false;
-  gWatching = true;
-  aBody();
-  gWatching = false;
-  EXPECT_FALSE(gLiveOverflow);
-  std::vector<TLive> live(gLive, gLive + gLiveCount);
-  // Forgotten here, so that the leak checker does not find them through this table.
-  for (size_t i = 0; i < gLiveCount; ++i) gLive[i].pointer = nullptr;
-  gLiveCount = 0;
-  return live;
-}
-
-std::vector<size_t> Sizes(const std::vector<TLive>& aLive) {
-  std::vector<size_t> sizes;
-  for (const TLive& live : aLive) sizes.push_back(live.size);
-  return sizes;
-}
-
-// What a child process printed and how it ended.
-struct TChildRun {
-  std::string out;
-  bool finished = false;  // the body returned
-  bool signaled = false;
-  int signal = 0;
-};
-
-// Runs aBody in a child whose standard output, unbuffered, goes into a pipe: its
-// messages are kept even when it crashes.
-TChildRun RunInChild(const std::function<void()>& aBody) {
-  TChildRun run;
-  int fds[2];
-  if (pipe(fds) != 0) return run;
-  fflush(stdout);
-  const pid_t pid = fork();
-  if (pid == 0) {
-    close(fds[0]);
-    dup2(fds[1], STDOUT_FILENO);
-    close(fds[1]);
-    setvbuf(stdout, nullptr, _IONBF, 0);
-    aBody();
-    printf("<finished>");
-    _exit(0);
-  }
-  close(fds[1]);
-  char buffer[1024];
-  ssize_t got;
-  while ((got = read(fds[0], buffer, sizeof buffer)) > 0) run.out.append(buffer, static_cast<size_t>(got));
-  close(fds[0]);
-  int status = 0;
-  waitpid(pid, &status, 0);
-  const std::string finished = "<finished>";
-  const size_t end = run.out.size() >= finished.size() ? run.out.size() - finished.size() : 0;
-  if (run.out.size() >= finished.size() && run.out.compare(end, finished.size(), finished) == 0) {
-    run.finished = true;
-    run.out.erase(run.out.size() - finished.size());
-  }
-  run.signaled = WIFSIGNALED(status);
-  run.signal = run.signaled ? WTERMSIG(status) : 0;
-  return run;
-}
-
-// Fails the allocation of aSize bytes after aSkip others of that size.
-void FailAllocation(size_t aSize, int aSkip = 0) {
-  gFailSize = aSize;
-  gFailSkip = aSkip;
-  gFailFired = false;
-  gFailArmed = true;
-}
+// The sizes of the blocks a piece of code left allocated.
+std::vector<size_t> LiveAfter(const std::function<void()>& aBody) { return testing_support::WatchHeap(aBody).live; }
 
 // The message of a failed allocation check, whatever form the source path takes.
 ::testing::AssertionResult IsAssertion(const std::string& aText, const std::string& aExpression, int aLine) {
@@ -255,23 +54,8 @@ void FailAllocation(size_t aSize, int aSkip = 0) {
   return ::testing::AssertionFailure() << "printed: \"" << aText << "\"";
 }
 
-class StoreAllocationTest : public HostTest {
+class StoreAllocationTest : public testing_heap::HeapTest {
  protected:
-  void SetUp() override {
-    HostTest::SetUp();
-    // No record is kept, so that logging leaves nothing allocated.
-    host::CLogFacility::Instance().SetDiscard(true);
-    iEntries[0] = kGyro;
-    iEntries[1] = kOdometer;
-    iConfig.size = 2;
-    iConfig.data = iEntries;
-  }
-  void TearDown() override {
-    gFailArmed = false;
-    gWatching = false;
-    HostTest::TearDown();
-  }
-
   static void Feed(CSensorStore& aStore, int aCount, uint64_t aFirst = 1000) {
     for (int k = 0; k < aCount; ++k) {
       Sample sample = {};
@@ -282,20 +66,16 @@ class StoreAllocationTest : public HostTest {
       aStore.PutData(1, sample);
     }
   }
-
-  TiPositioningSensorEntry iEntries[2];
-  TiPositioningSensorConfiguration iConfig;
-  CCountingClient iClient;
 };
 
 TEST_F(StoreAllocationTest, SubscriptionThatCompletesTheSetWithReplayLeavesItsNodeAndOneSnapshot) {
   CSensorStore store(iConfig, kFeature, iBroker, "1");
   Feed(store, 10);
   ASSERT_EQ(0, store.Subscribe(iClient, 1, 0));
-  const std::vector<TLive> live = LiveAfter([&] { ASSERT_EQ(0, store.Subscribe(iClient, 2, 1)); });
+  const std::vector<size_t> live = LiveAfter([&] { ASSERT_EQ(0, store.Subscribe(iClient, 2, 1)); });
   EXPECT_EQ(10, iClient.iReceived);
   // The list node of the subscription, which the store frees with it, and the snapshot.
-  EXPECT_EQ((std::vector<size_t>{sizeof(CHKNode<CSensorStore::clientRecord>), 10 * sizeof(Sample)}), Sizes(live));
+  EXPECT_EQ((std::vector<size_t>{sizeof(CHKNode<CSensorStore::clientRecord>), 10 * sizeof(Sample)}), live);
 }
 
 TEST_F(StoreAllocationTest, EachFurtherReplayLeavesExactlyOneAllocationTheSizeOfTheSnapshot) {
@@ -305,8 +85,8 @@ TEST_F(StoreAllocationTest, EachFurtherReplayLeavesExactlyOneAllocationTheSizeOf
   ASSERT_EQ(0, store.Subscribe(iClient, 2, 0));
   for (int replay = 1; replay <= 3; ++replay) {
     // A type that matches no sensor adds nothing and replays again.
-    const std::vector<TLive> live = LiveAfter([&] { ASSERT_EQ(0, store.Subscribe(iClient, 99, 1)); });
-    EXPECT_EQ(std::vector<size_t>{10 * sizeof(Sample)}, Sizes(live)) << "replay " << replay;
+    const std::vector<size_t> live = LiveAfter([&] { ASSERT_EQ(0, store.Subscribe(iClient, 99, 1)); });
+    EXPECT_EQ(std::vector<size_t>{10 * sizeof(Sample)}, live) << "replay " << replay;
     EXPECT_EQ(10 * replay, iClient.iReceived);
   }
 }
@@ -316,8 +96,8 @@ TEST_F(StoreAllocationTest, ReplayOfAFullBufferLeavesOneSnapshotOfOneMinute) {
   Feed(store, 450);
   ASSERT_EQ(0, store.Subscribe(iClient, 1, 0));
   ASSERT_EQ(0, store.Subscribe(iClient, 2, 0));
-  const std::vector<TLive> live = LiveAfter([&] { ASSERT_EQ(0, store.Subscribe(iClient, 99, 1)); });
-  EXPECT_EQ(std::vector<size_t>{300 * sizeof(Sample)}, Sizes(live));
+  const std::vector<size_t> live = LiveAfter([&] { ASSERT_EQ(0, store.Subscribe(iClient, 99, 1)); });
+  EXPECT_EQ(std::vector<size_t>{300 * sizeof(Sample)}, live);
   EXPECT_EQ(300, iClient.iReceived);
   EXPECT_EQ(1000u + 200u * 449u, iClient.iLastTime);
 }
@@ -326,15 +106,15 @@ TEST_F(StoreAllocationTest, ReplayOfAnEmptyBufferStillLeavesOneEmptySnapshot) {
   CSensorStore store(iConfig, kFeature, iBroker, "1");
   ASSERT_EQ(0, store.Subscribe(iClient, 1, 0));
   ASSERT_EQ(0, store.Subscribe(iClient, 2, 0));
-  const std::vector<TLive> live = LiveAfter([&] { ASSERT_EQ(0, store.Subscribe(iClient, 99, 1)); });
-  EXPECT_EQ(std::vector<size_t>{kEmptyBlock}, Sizes(live));
+  const std::vector<size_t> live = LiveAfter([&] { ASSERT_EQ(0, store.Subscribe(iClient, 99, 1)); });
+  EXPECT_EQ(std::vector<size_t>{kEmptyBlock}, live);
   EXPECT_EQ(0, iClient.iReceived);
 }
 
 TEST_F(StoreAllocationTest, SamplesDeliveredAndSubscriptionsWithoutReplayLeaveOnlyTheirNodes) {
   CSensorStore store(iConfig, kFeature, iBroker, "1");
   Feed(store, 5);
-  std::vector<TLive> live = LiveAfter([&] {
+  std::vector<size_t> live = LiveAfter([&] {
     ASSERT_EQ(0, store.Subscribe(iClient, 1, 0));
     ASSERT_EQ(0, store.Subscribe(iClient, 2, 0));
   });
@@ -355,10 +135,10 @@ TEST_F(StoreAllocationTest, ThreeReplaysLeaveThreeSnapshots) {
   Feed(*store, 10);
   ASSERT_EQ(0, store->Subscribe(iClient, 1, 0));
   ASSERT_EQ(0, store->Subscribe(iClient, 2, 0));
-  const std::vector<TLive> live = LiveAfter([&] {
+  const std::vector<size_t> live = LiveAfter([&] {
     for (int replay = 0; replay < 3; ++replay) ASSERT_EQ(0, store->Subscribe(iClient, 99, 1));
   });
-  EXPECT_EQ((std::vector<size_t>{10 * sizeof(Sample), 10 * sizeof(Sample), 10 * sizeof(Sample)}), Sizes(live));
+  EXPECT_EQ((std::vector<size_t>{10 * sizeof(Sample), 10 * sizeof(Sample), 10 * sizeof(Sample)}), live);
   delete store;
 }
 
@@ -371,7 +151,7 @@ TEST_F(StoreAllocationTest, FirstRingBufferThatCannotBeAllocatedIsReportedAndThe
   {
     CSensorStore store(iConfig, kFeature, iBroker, "1");
     const std::string printed = capture.Stop();
-    ASSERT_TRUE(gFailFired);
+    ASSERT_TRUE(AllocationFailed());
     EXPECT_TRUE(IsAssertion(printed, "iSensorArray[i].buffer != NULL", 39));
     EXPECT_EQ(nullptr, store.Sensor(0).buffer);
     ASSERT_NE(nullptr, store.Sensor(1).buffer);
@@ -397,7 +177,7 @@ TEST_F(StoreAllocationTest, SecondRingBufferThatCannotBeAllocatedIsReportedAndTh
   host::CStdoutCapture capture;
   FailAllocation(sizeof(CRingBuffer<Sample>), 1);
   CSensorStore store(iConfig, kFeature, iBroker, "1");
-  ASSERT_TRUE(gFailFired);
+  ASSERT_TRUE(AllocationFailed());
   EXPECT_TRUE(IsAssertion(capture.Stop(), "iSensorArray[i].buffer != NULL", 39));
   ASSERT_NE(nullptr, store.Sensor(0).buffer);
   EXPECT_EQ(nullptr, store.Sensor(1).buffer);

@@ -1,6 +1,7 @@
 #include "BatchCommand.h"
 
 #include <errno.h>
+#include <poll.h>
 #include <signal.h>
 #include <stdio.h>
 #include <string.h>
@@ -127,11 +128,15 @@ size_t ReadReports(int aReports, pid_t aWorker, size_t aFirst, FILE* aStatus, Ta
   char buffer[4096];
   bool passedOn = false;
   for (;;) {
+    // A signal that came while a report was being handled interrupts no wait: looked
+    // for every tenth of a second.
+    pollfd readable = {aReports, POLLIN, 0};
+    const int ready = poll(&readable, 1, 100);
+    if (InterruptingSignal() != 0 && !passedOn) passedOn = kill(aWorker, InterruptingSignal()) == 0;
+    if (ready < 0 && errno != EINTR) break;
+    if (ready <= 0) continue;
     const ssize_t got = read(aReports, buffer, sizeof buffer);
-    if (got < 0 && errno == EINTR) {
-      if (InterruptingSignal() != 0 && !passedOn) passedOn = kill(aWorker, InterruptingSignal()) == 0;
-      continue;
-    }
+    if (got < 0 && errno == EINTR) continue;
     if (got <= 0) break;
     pending.append(buffer, static_cast<size_t>(got));
     for (size_t end = pending.find('\n'); end != std::string::npos; end = pending.find('\n')) {

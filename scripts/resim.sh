@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Re-simulates a library of drives with one build of the module through GNU parallel,
-# keeping every drive's result under its content key and the build's identity, so a
-# rerun, a reordered or a grown library runs only what is not done yet; then reports.
+# whose jobs are groups of drives, each run by one `positioning-sim batch`; keeps every
+# drive's result under its content key and the build's identity, so a rerun, a
+# reordered or a grown library runs only what is not done yet; then reports.
 set -uo pipefail
 SCRIPTS=$(cd "$(dirname "$0")" && pwd)
 
@@ -22,7 +23,9 @@ OUT      where results, the joblog and the report go (created).
 A drive's result is kept in OUT/results/KEY/BUILD/: KEY is the SHA-256 of the trace's
 and truth's content and the options, BUILD that of the module file and the simulator's
 --version. A drive whose result is there is not run again, whatever the manifest's
-order; a result folder appears whole (written aside, then renamed) or not at all.
+order; a result folder appears whole (written aside, then renamed) or not at all. The
+drives to run are dealt out into a few groups per job slot, of about equal cost; each
+group is one positioning-sim batch, which publishes every drive as it ends.
 
 options:
   --module PATH       the module to re-simulate with (default: build/Positioning/libPositioning.so)
@@ -33,8 +36,8 @@ options:
                       simulator, the module, the library and OUT at the same paths
                       (a shared file system)
   --sshloginfile F    the same, one machine a line in F
-  --resume            go on with an interrupted run: the drives in OUT/joblog are not
-                      started again (finished results are reused in any case)
+  --resume            go on with an interrupted run: the groups of drives in OUT/joblog
+                      are not started again (finished drives are passed over in any case)
   --chunk I/N         only the I-th (from 0) of N equal parts of the library, with its
                       joblog and report in OUT/chunk-I-of-N (resim-slurm.sh uses it)
   --no-report         leave out the report
@@ -193,14 +196,13 @@ fi
 
 done_before=0
 pending=$rundir/pending.tsv
-: >"$pending"
 while IFS=$'\t' read -r line label key rest; do
   if [ -d "$results/$key/$build_id" ]; then
     done_before=$((done_before + 1))
   else
-    printf '%s\t%s\t%s\t%s\n' "$line" "$label" "$key" "$rest" >>"$pending"
+    printf '%s\t%s\t%s\t%s\n' "$line" "$label" "$key" "$rest"
   fi
-done <"$drives"
+done <"$drives" >"$pending"
 echo "resim: $count drive(s), $done_before done before with build ${build_id:0:12}; results in $results" >&2
 
 # The drives still to run, in groups of about equal cost: one `positioning-sim batch` a
@@ -218,13 +220,14 @@ fi
 rm -f "$pending"
 planned=$(cat "$groups"/[0-9]*.txt 2>/dev/null | wc -l)
 
-parallel_options=(--joblog "$joblog" --halt never --line-buffer -q)
+parallel_options=(--joblog "$joblog" --halt never -q)
 [ "$same_plan" -eq 1 ] && parallel_options+=(--resume)
 [ -n "$jobs" ] && parallel_options+=(-j "$jobs")
 [ ${#sshlogins[@]} -eq 0 ] || parallel_options+=("${sshlogins[@]}")
 
-status_lines=$rundir/status.jsonl
-: >"$status_lines"
+# Each group's batch reports its drives into GROUP.status beside its list (on the shared
+# file system, as the results); a group started again reports afresh.
+reported() { cat "$groups"/[0-9]*.status 2>/dev/null | wc -l; }
 # On a terminal: the drives reported so far, and the time left at this pace.
 progress_pid=""
 if [ -t 2 ] && [ "$planned" -gt 0 ]; then
@@ -232,7 +235,7 @@ if [ -t 2 ] && [ "$planned" -gt 0 ]; then
     trap 'exit 0' TERM
     started=$SECONDS
     while sleep 1; do
-      reported=$(wc -l <"$status_lines")
+      reported=$(reported)
       left=""
       [ "$reported" -eq 0 ] || left=", about $(((SECONDS - started) * (planned - reported) / reported)) s left"
       printf '\rresim: %d of %d drive(s) (%d%%)%s ' "$reported" "$planned" $((reported * 100 / planned)) "$left" >&2
@@ -247,7 +250,8 @@ fi
 interrupted=0
 parallel_status=0
 if [ "$planned" -gt 0 ]; then
-  parallel "${parallel_options[@]}" "$sim" batch --atomic --status - '{}' :::: "$groups/list" >"$status_lines" &
+  parallel "${parallel_options[@]}" "$sim" batch --atomic --status '{.}.status' '{}' :::: "$groups/list" \
+    >"$rundir/parallel.out" &
   parallel_pid=$!
   trap 'interrupted=1; kill -TERM "$parallel_pid" 2>/dev/null' INT TERM
   while :; do
@@ -260,7 +264,7 @@ fi
 if [ -n "$progress_pid" ]; then
   kill -TERM "$progress_pid" 2>/dev/null
   wait "$progress_pid" 2>/dev/null
-  reported=$(wc -l <"$status_lines")
+  reported=$(reported)
   printf '\rresim: %d of %d drive(s) (%d%%)%*s\n' "$reported" "$planned" $((reported * 100 / planned)) 24 "" >&2
 fi
 
@@ -271,7 +275,7 @@ fi
 view=$out/builds/$build_id
 view_options=()
 [ -z "$chunk" ] || view_options=(--add)
-python3 "$SCRIPTS/resim/library.py" settle "$results" "$build_id" "$drives" "$view" "$status_lines" \
+python3 "$SCRIPTS/resim/library.py" settle "$results" "$build_id" "$drives" "$view" "$groups" \
   "$rundir/jobs.out" "$failed" "$sim" "${view_options[@]}" || exit 1
 if [ "$interrupted" -eq 1 ]; then
   echo "resim: interrupted; the same command goes on where this run stopped (finished drives are kept)" >&2

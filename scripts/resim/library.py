@@ -8,8 +8,9 @@ and the build's results linked into one tree.
       content and the options), trace and truth (absolute paths; "builtin" and "" when
       there are none), options (separated by single spaces), and what the drive is
       guessed to cost in CPU milliseconds (to share the drives out evenly)
-  library.py settle RESULTS BUILD LIST VIEW STATUS JOBS FAILED SIM [--add]
-      reads the drives' status lines (positioning-sim batch --status) in STATUS; writes
+  library.py settle RESULTS BUILD LIST VIEW GROUPS JOBS FAILED SIM [--add]
+      reads the drives' status lines (positioning-sim batch --status) in GROUPS/*.status;
+      writes
       JOBS ("ran KEY", "reused KEY", "failed KEY" a drive), FAILED/KEY.txt for a drive
       that failed (removed for one that is done) and links VIEW/KEY -> RESULTS/KEY/BUILD
       for every drive of LIST that has a result (the tree replaced, or added to with --add)
@@ -199,12 +200,13 @@ def drive_keys(listing):
         return [text.split("\t")[2] for text in drives if text.strip()]
 
 
-def status_records(path):
-    """The drives' status lines by key (the folder above the build's); a line that is
-    not one (a remote shell's greeting) is passed over."""
+def status_records(groups):
+    """The drives' status lines in the groups' status files, by key (the folder above
+    the build's); a line that is not one (cut short by a kill) is passed over."""
     records = {}
-    try:
-        with open(path, encoding="utf-8", errors="replace") as lines:
+    names = sorted(name for name in os.listdir(groups) if name.endswith(".status")) if os.path.isdir(groups) else []
+    for name in names:
+        with open(os.path.join(groups, name), encoding="utf-8", errors="replace") as lines:
             for text in lines:
                 try:
                     record = json.loads(text)
@@ -212,8 +214,6 @@ def status_records(path):
                 except (ValueError, KeyError, TypeError):
                     continue
                 records[key] = record
-    except FileNotFoundError:
-        pass
     return records
 
 
@@ -224,8 +224,8 @@ def write_atomically(path, text):
     os.replace(temporary, path)
 
 
-def settle(results, build, listing, view, status, jobs, failed, sim, add):
-    records = status_records(status)
+def settle(results, build, listing, view, groups, jobs, failed, sim, add):
+    records = status_records(groups)
     os.makedirs(failed, exist_ok=True)
     said = []
     for key in drive_keys(listing):

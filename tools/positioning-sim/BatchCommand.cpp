@@ -246,6 +246,9 @@ int RunBatch(const BatchOptions& aOptions, const std::string& aDefaultModule,
     const pid_t worker = fork();
     if (worker == 0) {
       close(reports[0]);
+      // The status lines own standard output: what a line prints there (--help) goes to
+      // standard error instead.
+      if (status == stdout) dup2(STDERR_FILENO, STDOUT_FILENO);
       const int exitStatus = RunWorker(lines, next, setup, reports[1]);
       fflush(nullptr);
       _exit(exitStatus);

@@ -227,15 +227,18 @@ parallel_options=(--joblog "$joblog" --halt never -q)
 
 # Each group's batch reports its drives into GROUP.status beside its list (on the shared
 # file system, as the results); a group started again reports afresh.
-reported() { cat "$groups"/[0-9]*.status 2>/dev/null | wc -l; }
+reported() { cat "$groups"/[0-9]*.status 2>/dev/null | grep -vc '"outcome":"interrupted"'; }
 # On a terminal: the drives reported so far, and the time left at this pace.
 progress_pid=""
 if [ -t 2 ] && [ "$planned" -gt 0 ]; then
   (
+    # Ctrl-C reaches the whole process group: this loop ends when the runner says.
+    trap '' INT
     trap 'exit 0' TERM
     started=$SECONDS
     while sleep 1; do
       reported=$(reported)
+      reported=${reported:-0}
       left=""
       [ "$reported" -eq 0 ] || left=", about $(((SECONDS - started) * (planned - reported) / reported)) s left"
       printf '\rresim: %d of %d drive(s) (%d%%)%s ' "$reported" "$planned" $((reported * 100 / planned)) "$left" >&2

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Re-simulates a library of drives with one build of the module through GNU parallel,
-# keeping every drive's result under its content key and the build's identity, so a
-# rerun, a reordered or a grown library runs only what is not done yet; then reports.
+# whose jobs are groups of drives, each run by one `positioning-sim batch`; keeps every
+# drive's result under its content key and the build's identity, so a rerun, a
+# reordered or a grown library runs only what is not done yet; then reports.
 set -uo pipefail
 SCRIPTS=$(cd "$(dirname "$0")" && pwd)
 
@@ -22,7 +23,9 @@ OUT      where results, the joblog and the report go (created).
 A drive's result is kept in OUT/results/KEY/BUILD/: KEY is the SHA-256 of the trace's
 and truth's content and the options, BUILD that of the module file and the simulator's
 --version. A drive whose result is there is not run again, whatever the manifest's
-order; a result folder appears whole (written aside, then renamed) or not at all.
+order; a result folder appears whole (written aside, then renamed) or not at all. The
+drives to run are dealt out into a few groups per job slot, of about equal cost; each
+group is one positioning-sim batch, which publishes every drive as it ends.
 
 options:
   --module PATH       the module to re-simulate with (default: build/Positioning/libPositioning.so)
@@ -33,8 +36,8 @@ options:
                       simulator, the module, the library and OUT at the same paths
                       (a shared file system)
   --sshloginfile F    the same, one machine a line in F
-  --resume            go on with an interrupted run: the drives in OUT/joblog are not
-                      started again (finished results are reused in any case)
+  --resume            go on with an interrupted run: the groups of drives in OUT/joblog
+                      are not started again (finished drives are passed over in any case)
   --chunk I/N         only the I-th (from 0) of N equal parts of the library, with its
                       joblog and report in OUT/chunk-I-of-N (resim-slurm.sh uses it)
   --no-report         leave out the report
@@ -60,6 +63,8 @@ resume=0
 report=1
 chunk=""
 sshlogins=()
+logins=()
+login_files=()
 positional=()
 while [ $# -gt 0 ]; do
   case "$1" in
@@ -70,8 +75,8 @@ while [ $# -gt 0 ]; do
         --module) module=$2 ;;
         --sim) sim=$2 ;;
         -j | --jobs) jobs=$2 ;;
-        -S | --sshlogin) sshlogins+=(--sshlogin "$2") ;;
-        --sshloginfile) sshlogins+=(--sshloginfile "$2") ;;
+        -S | --sshlogin) sshlogins+=(--sshlogin "$2") && logins+=("$2") ;;
+        --sshloginfile) sshlogins+=(--sshloginfile "$2") && login_files+=("$2") ;;
         --chunk) chunk=$2 ;;
       esac
       shift 2
@@ -141,12 +146,46 @@ if [ -n "$chunk" ]; then
     mv -f "$drives.chunk" "$drives.new"
 fi
 
-# GNU parallel resumes by job number: with another list of drives those numbers name
-# other drives, so that joblog is put aside (the results are reused by key anyway).
+# The job slots GNU parallel fills, about: -j (or this machine's cores) on each machine,
+# or what a login's N/ asks for. The drives are shared out over them.
+job_slots() {
+  local per_host=${jobs:-$(nproc)} total=0 entry file text
+  local entries=() parts=()
+  for entry in "${logins[@]}"; do
+    IFS=, read -ra parts <<<"$entry"
+    entries+=("${parts[@]}")
+  done
+  for file in "${login_files[@]}"; do
+    [ -r "$file" ] || continue
+    while IFS= read -r text; do
+      [[ "$text" =~ ^[[:space:]]*(#|$) ]] || entries+=("$text")
+    done <"$file"
+  done
+  [ ${#entries[@]} -gt 0 ] || entries=(:)
+  for entry in "${entries[@]}"; do
+    if [[ "$entry" =~ ^[[:space:]]*([0-9]+)/ ]]; then
+      total=$((total + 10#${BASH_REMATCH[1]}))
+    else
+      total=$((total + per_host))
+    fi
+  done
+  echo $((total > 0 ? total : 1))
+}
+
+# GNU parallel resumes by job number: its jobs are groups of drives, and the same
+# groups are only given again for the same drives and build. Otherwise that joblog is
+# put aside (the results are reused by key anyway).
 joblog=$rundir/joblog
-if [ "$resume" -eq 1 ] && [ -f "$joblog" ] && ! cmp -s "$drives.new" "$drives"; then
-  echo "resim: the library changed since $joblog was written: starting a new joblog (done drives are still reused)" >&2
-  mv -f "$joblog" "$joblog.old"
+groups=$rundir/groups
+plan_id=$(printf 'build %s\nsim %s\nmodule %s\n' "$build_id" "$sim" "$module")
+same_plan=0
+if [ "$resume" -eq 1 ] && [ -f "$joblog" ]; then
+  if cmp -s "$drives.new" "$drives" && [ -f "$groups/list" ] && [ "$(cat "$groups/plan" 2>/dev/null)" = "$plan_id" ]; then
+    same_plan=1
+  else
+    echo "resim: the library or the build changed since $joblog was written: starting a new joblog (done drives are still reused)" >&2
+    mv -f "$joblog" "$joblog.old"
+  fi
 fi
 mv -f "$drives.new" "$drives"
 count=$(wc -l <"$drives")
@@ -156,31 +195,91 @@ if [ "$count" -eq 0 ]; then
 fi
 
 done_before=0
-while IFS=$'\t' read -r _ _ key _; do
-  [ -d "$results/$key/$build_id" ] && done_before=$((done_before + 1))
-done <"$drives"
+pending=$rundir/pending.tsv
+while IFS=$'\t' read -r line label key rest; do
+  if [ -d "$results/$key/$build_id" ]; then
+    done_before=$((done_before + 1))
+  else
+    printf '%s\t%s\t%s\t%s\n' "$line" "$label" "$key" "$rest"
+  fi
+done <"$drives" >"$pending"
 echo "resim: $count drive(s), $done_before done before with build ${build_id:0:12}; results in $results" >&2
 
-parallel_options=(--colsep '\t' --joblog "$joblog" --halt never -q)
-[ "$resume" -eq 1 ] && parallel_options+=(--resume)
+# The drives still to run, in groups of about equal cost: one `positioning-sim batch` a
+# group, which writes each drive's folder aside and renames it whole, passes over one
+# that is done (another run's, or before an interruption), and reports every drive.
+if [ "$same_plan" -eq 0 ]; then
+  rm -rf "$groups"
+  mkdir -p "$groups" || fail_usage "cannot write to $groups"
+  : >"$groups/list"
+  sort -t $'\t' -k7,7gr "$pending" |
+    awk -F '\t' -v groups="$groups" -v slots="$(job_slots)" -v results="$results" -v build="$build_id" \
+      -v module="$module" -f "$SCRIPTS/resim/plan.awk" || fail_usage "cannot write the groups of drives to $groups"
+  printf '%s\n' "$plan_id" >"$groups/plan"
+fi
+rm -f "$pending"
+planned=$(cat "$groups"/[0-9]*.txt 2>/dev/null | wc -l)
+
+parallel_options=(--joblog "$joblog" --halt never -q)
+[ "$same_plan" -eq 1 ] && parallel_options+=(--resume)
 [ -n "$jobs" ] && parallel_options+=(-j "$jobs")
 [ ${#sshlogins[@]} -eq 0 ] || parallel_options+=("${sshlogins[@]}")
-[ -t 2 ] && parallel_options+=(--bar)
 
-# GNU parallel runs in the background so that a signal reaches this script at once: the
-# first asks parallel to start no more drives and let the running ones finish, a
-# second (as parallel itself takes it) stops those too.
+# Each group's batch reports its drives into GROUP.status beside its list (on the shared
+# file system, as the results); a group started again reports afresh.
+reported() { cat "$groups"/[0-9]*.status 2>/dev/null | grep -vc '"outcome":"interrupted"'; }
+# On a terminal: the drives reported so far, and the time left at this pace.
+progress_pid=""
+if [ -t 2 ] && [ "$planned" -gt 0 ]; then
+  (
+    # Ctrl-C reaches the whole process group: this loop ends when the runner says.
+    trap '' INT
+    trap 'exit 0' TERM
+    started=$SECONDS
+    while sleep 1; do
+      reported=$(reported)
+      reported=${reported:-0}
+      left=""
+      [ "$reported" -eq 0 ] || left=", about $(((SECONDS - started) * (planned - reported) / reported)) s left"
+      printf '\rresim: %d of %d drive(s) (%d%%)%s ' "$reported" "$planned" $((reported * 100 / planned)) "$left" >&2
+    done
+  ) &
+  progress_pid=$!
+fi
+
+# GNU parallel runs in the background so that a signal reaches this script at once: it
+# is passed on to parallel, which stops its batches; each drops the drive it was
+# running and keeps those it finished.
 interrupted=0
-parallel "${parallel_options[@]}" bash "$SCRIPTS/resim/run-drive.sh" "$results" "$failed" "$build_id" \
-  "$sim" "$module" '{3}' '{4}' '{5}' '{6}' :::: "$drives" >"$rundir/jobs.out" &
-parallel_pid=$!
-trap 'interrupted=1; kill -TERM "$parallel_pid" 2>/dev/null' INT TERM
-while :; do
-  wait "$parallel_pid"
-  parallel_status=$?
-  kill -0 "$parallel_pid" 2>/dev/null || break
-done
-trap - INT TERM
+parallel_status=0
+if [ "$planned" -gt 0 ]; then
+  parallel "${parallel_options[@]}" "$sim" batch --atomic --status '{.}.status' '{}' :::: "$groups/list" \
+    >"$rundir/parallel.out" &
+  parallel_pid=$!
+  trap 'interrupted=1; kill -TERM "$parallel_pid" 2>/dev/null' INT TERM
+  while :; do
+    wait "$parallel_pid"
+    parallel_status=$?
+    kill -0 "$parallel_pid" 2>/dev/null || break
+  done
+  trap - INT TERM
+fi
+if [ -n "$progress_pid" ]; then
+  kill -TERM "$progress_pid" 2>/dev/null
+  wait "$progress_pid" 2>/dev/null
+  reported=$(reported)
+  printf '\rresim: %d of %d drive(s) (%d%%)%*s\n' "$reported" "$planned" $((reported * 100 / planned)) 24 "" >&2
+fi
+
+# What each drive did, why one failed, and the library's results of this build as one
+# tree, a link per drive named by its key, so that two builds compare with
+# positioning-sim compare OUT/builds/A OUT/builds/B. A chunk adds its drives to the tree
+# the other chunks share.
+view=$out/builds/$build_id
+view_options=()
+[ -z "$chunk" ] || view_options=(--add)
+python3 "$SCRIPTS/resim/library.py" settle "$results" "$build_id" "$drives" "$view" "$groups" \
+  "$rundir/jobs.out" "$failed" "$sim" "${view_options[@]}" || exit 1
 if [ "$interrupted" -eq 1 ]; then
   echo "resim: interrupted; the same command goes on where this run stopped (finished drives are kept)" >&2
   exit 130
@@ -199,13 +298,6 @@ while IFS=$'\t' read -r line label key _; do
 done <"$drives"
 echo "resim: $((count - ${#missing[@]})) of $count drive(s) done ($ran re-simulated now)" >&2
 
-# The library's results of this build as one tree, a link per drive named by its key,
-# so that two builds compare with positioning-sim compare OUT/builds/A OUT/builds/B.
-# A chunk adds its drives to the tree the other chunks share.
-view=$out/builds/$build_id
-view_options=()
-[ -z "$chunk" ] || view_options=(--add)
-python3 "$SCRIPTS/resim/library.py" view "$results" "$build_id" "$drives" "$view" "${view_options[@]}" || exit 1
 echo "resim: this build's results: $view" >&2
 
 status=0

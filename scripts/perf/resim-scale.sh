@@ -2,26 +2,28 @@
 # How fast drives are re-simulated into result folders, measured on this machine:
 # drive-hours per core-second for one long built-in drive (samples, path, summary and
 # log written, as --result-dir writes them), what starting one process costs, and the
-# wall time of a library of short generated drives on 1 and on 2 cores (or --jobs), a
-# process per drive and one `positioning-sim batch` per job.
+# wall time of a library of short generated drives on 1 and on 2 cores (or --jobs): a
+# process per drive, one `positioning-sim batch` per job, and scripts/resim.sh itself
+# (its report left out), with the share of its CPU that is not the drives' own.
 # Prints figures; it checks nothing.
 #
-#   scripts/perf/resim-scale.sh [--sim PATH] [--hours H] [--drives N] [--seconds S]
-#                               [--jobs J] [--repeat R]
+#   scripts/perf/resim-scale.sh [--sim PATH] [--module PATH] [--hours H] [--drives N]
+#                               [--seconds S] [--jobs J] [--repeat R]
 #
 # Defaults: the simulator of $BUILD_DIR (build/), a 10-hour drive, a library of 1000
-# drives of 60 s, 1 and 2 jobs, each single-drive figure the best of 3 runs.
+# drives of 60 s, 1 and 2 jobs, each figure but a process per drive the best of 3 runs.
 set -euo pipefail
 ROOT=$(cd "$(dirname "${BASH_SOURCE[0]}")/../.." && pwd)
 BUILD=${BUILD_DIR:-$ROOT/build}
 SIM=$BUILD/tools/positioning-sim/positioning-sim
+MODULE=$BUILD/Positioning/libPositioning.so
 HOURS=10
 DRIVES=1000
 SECONDS_PER_DRIVE=60
 JOBS=2
 REPEAT=3
 
-usage() { sed -n '2,13p' "$0" | sed 's/^# \{0,1\}//'; }
+usage() { sed -n '2,14p' "$0" | sed 's/^# \{0,1\}//'; }
 fail() {
   echo "resim-scale.sh: $*" >&2
   exit 2
@@ -36,6 +38,7 @@ while [ $# -gt 0 ]; do
   case $1 in
     -h | --help) usage && exit 0 ;;
     --sim) SIM=${2:?--sim wants a path} && shift 2 ;;
+    --module) MODULE=${2:?--module wants a path} && shift 2 ;;
     --hours) number "$1" "${2:-}" && HOURS=$2 && shift 2 ;;
     --drives) number "$1" "${2:-}" && DRIVES=$2 && shift 2 ;;
     --seconds) number "$1" "${2:-}" && SECONDS_PER_DRIVE=$2 && shift 2 ;;
@@ -124,22 +127,44 @@ run_batches() {
   rm -f "$SCRATCH"/chunk.*
   return $status
 }
+# The same library through the runner: GNU parallel handing groups of drives to
+# `positioning-sim batch`, results kept by key (the report left out).
+run_resim() {
+  local jobs=$1
+  rm -rf "$SCRATCH/resim-out"
+  "$ROOT/scripts/resim.sh" --sim "$SIM" --module "$MODULE" -j "$jobs" --no-report "$SCRATCH/manifest" \
+    "$SCRATCH/resim-out"
+}
+seq "$DRIVES" | awk -v s="$SECONDS_PER_DRIVE" '{ print "builtin --duration " s " --seed " $1 }' >"$SCRATCH/manifest"
 drive_hours=$(awk -v n="$DRIVES" -v s="$SECONDS_PER_DRIVE" 'BEGIN { print n * s / 3600 }')
-for mode in process batch; do
+drives_cpu=""
+for mode in process batch resim; do
   one_wall=""
   for jobs in 1 "$JOBS"; do
-    if [ "$mode" = process ]; then
-      read -r wall user sys < <(measure run_library "$jobs")
-    else
-      read -r wall user sys < <(measure run_batches "$jobs")
-    fi
+    case $mode in
+      process) read -r wall user sys < <(measure run_library "$jobs") ;;
+      batch) read -r wall user sys < <(best_of run_batches "$jobs") ;;
+      resim) read -r wall user sys < <(best_of run_resim "$jobs") ;;
+    esac
     [ -n "$one_wall" ] || one_wall=$wall
-    processes=$DRIVES
-    [ "$mode" = process ] || processes=$jobs
+    case $mode in
+      process) processes=$DRIVES ;;
+      batch) processes=$jobs ;;
+      resim) processes=$(wc -l <"$SCRATCH/resim-out/groups/list") ;;
+    esac
+    # The drives' own CPU: one batch on one job, less its one start.
+    [ "$mode" != batch ] || [ -n "$drives_cpu" ] || drives_cpu=$(awk -v u="$user" -v s="$sys" -v st="$start_cpu" \
+      'BEGIN { print u + s - st }')
     awk -v p="$processes" -v m="$mode" -v j="$jobs" -v w="$wall" -v u="$user" -v s="$sys" -v h="$drive_hours" -v n="$DRIVES" -v st="$start_cpu" \
       -v one="$one_wall" 'BEGIN {
     printf "%-7s %d job(s): %.2f s wall (%.2fx of 1 job), %.2f s CPU: %.1f drive-hours per core-second, %.2f ms CPU per drive, %d process start(s) %.0f %% of the CPU\n",
            m, j, w, one / w, u + s, h / (u + s), (u + s) / n * 1000, p, p * st / (u + s) * 100 }'
+    if [ "$mode" = resim ]; then
+      awk -v u="$user" -v s="$sys" -v d="$drives_cpu" -v p="$processes" -v st="$start_cpu" -v n="$DRIVES" 'BEGIN {
+      c = u + s; starts = p * st; rest = c - d - starts
+      printf "        of it: the drives %.2f s; %d batch start(s) %.2f s, %.3f ms a drive, %.1f %% (what a drive loses to starting processes); the rest %.2f s, %.0f %% (GNU parallel, listing, settling: once a run)\n",
+             d, p, starts, starts / n * 1000, starts / c * 100, rest, rest / c * 100 }'
+    fi
     [ "$JOBS" != 1 ] || break
   done
 done

@@ -92,7 +92,7 @@ def read_rows(run, results, build):
         with open(drives, encoding="utf-8") as listing:
             for text in listing:
                 fields = text.rstrip("\n").split("\t")
-                if len(fields) != 6:
+                if len(fields) < 6:
                     raise ReportError(f"{drives}: not a drive list line: {text!r}")
                 folder = os.path.join(results, fields[2], build)
                 rows.append(drive_row(fields, folder, statuses.get(fields[2]), failed))

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <filesystem>
 #include <sstream>
@@ -101,18 +103,39 @@ std::vector<std::string> CResimLibrary::JobKeys(const std::string& aRunDir, cons
   return keys;
 }
 
+std::map<std::string, std::pair<uint64_t, uint64_t>> CResimLibrary::ResultFolders() const {
+  std::map<std::string, std::pair<uint64_t, uint64_t>> folders;
+  std::error_code error;
+  for (const auto& entry : std::filesystem::directory_iterator(Out() + "/results", error)) {
+    const std::string folder = ResultDir(entry.path().filename().string());
+    struct stat info;
+    if (!folder.empty() && stat(folder.c_str(), &info) == 0)
+      folders[entry.path().filename().string()] = {info.st_dev, info.st_ino};
+  }
+  return folders;
+}
+
 std::vector<std::string> CResimLibrary::SimulatedKeys() const {
   std::vector<std::string> keys;
-  const std::string marker = "--result-dir " + Out() + "/results/";
-  for (const std::string& call : Lines(ReadFile(iScratch.File("calls.txt")))) {
-    const size_t at = call.find(marker);
-    if (at != std::string::npos) keys.push_back(call.substr(at + marker.size(), 64));
+  for (const auto& folder : ResultFolders()) {
+    const auto known = iKnown.find(folder.first);
+    if (known == iKnown.end() || known->second != folder.second) keys.push_back(folder.first);
   }
-  std::sort(keys.begin(), keys.end());
   return keys;
 }
 
-void CResimLibrary::ForgetSimulated() const { WriteFile(iScratch.File("calls.txt"), ""); }
+size_t CResimLibrary::SimulatorStarts() const {
+  size_t starts = 0;
+  for (const std::string& call : Lines(ReadFile(iScratch.File("calls.txt")))) {
+    if (call.rfind("--version", 0) != 0) ++starts;
+  }
+  return starts;
+}
+
+void CResimLibrary::ForgetSimulated() const {
+  WriteFile(iScratch.File("calls.txt"), "");
+  iKnown = ResultFolders();
+}
 
 std::vector<std::string> CResimLibrary::LeftOvers() const {
   std::vector<std::string> found;

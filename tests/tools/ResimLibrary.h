@@ -3,6 +3,7 @@
 #ifndef TESTS_RESIM_LIBRARY_H
 #define TESTS_RESIM_LIBRARY_H
 
+#include <map>
 #include <string>
 #include <vector>
 
@@ -39,18 +40,24 @@ class CResimLibrary {
   std::string ResultDir(const std::string& aKey) const;
   // The keys a run's jobs said they ran ("ran") or reused ("reused").
   std::vector<std::string> JobKeys(const std::string& aRunDir, const std::string& aWord) const;
-  // The keys of the drives the simulator was started for since the last Forget (each
-  // run's --result-dir names its key), in key order.
+  // The keys of the drives simulated since the last Forget (their result folder is new
+  // since: a drive simulated again is renamed into place anew), in key order.
   std::vector<std::string> SimulatedKeys() const;
+  // How often the simulator was started for drives (not for --version) since then.
+  size_t SimulatorStarts() const;
   void ForgetSimulated() const;
   // Folders in the result store left over from runs (names starting with a dot).
   std::vector<std::string> LeftOvers() const;
 
  private:
+  // The result folders' identities (device, inode) by key, as Forget found them.
+  std::map<std::string, std::pair<uint64_t, uint64_t>> ResultFolders() const;
+
   CTempDir iScratch;
+  mutable std::map<std::string, std::pair<uint64_t, uint64_t>> iKnown;
 };
 
-// The simulator resim.sh runs in these tests, behind resim/counting_sim.sh that counts
+// The simulator resim.sh runs in these tests, behind resim/counting_sim.sh that notes
 // its starts.
 std::string ResimSimulator();
 

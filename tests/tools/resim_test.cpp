@@ -163,7 +163,9 @@ TEST(ResimTest, AFailingDriveMakesTheRunExitNonZeroAndIsListed) {
   CResimLibrary library;
   testing_support::WriteFile(library.Dir() + "/traces/bad.csv",
                              "TimeStamp,DistancePuls,AngularRate,DrivingDirection,NrOfSamples\n100,1,2,33,999\n");
-  const SimRun run = library.Run({library.WriteManifest({kLibrary[1], "traces/bad.csv", kLibrary[3]}), library.Out()});
+  // One job: the failing drive shares its batch with the others, which go on.
+  const SimRun run =
+      library.Run({"-j", "1", library.WriteManifest({kLibrary[1], "traces/bad.csv", kLibrary[3]}), library.Out()});
   EXPECT_EQ(1, run.exitCode) << run.err;
   EXPECT_NE(std::string::npos, run.err.find("1 drive(s) failed or did not run:")) << run.err;
   EXPECT_NE(std::string::npos, run.err.find("line 2: traces/bad.csv: exit status 4: ")) << run.err;
@@ -209,16 +211,28 @@ TEST(ResimTest, TheDrivesRunOnTheMachinesGivenBySshlogin) {
   CResimLibrary library;
   const SimRun run = library.Run({"-S", ":", library.WriteManifest(kLibrary), library.Out()});
   ASSERT_EQ(0, run.exitCode) << run.err;
-  // The joblog: a header, then one line per job in the order they ended.
+  // The joblog: a header, then one line per job (a group of drives) in the order they ended.
   const std::vector<std::string> joblog = Lines(ReadFile(library.Out() + "/joblog"));
-  ASSERT_EQ(5u, joblog.size());
-  std::set<std::string> jobs;
+  ASSERT_GE(joblog.size(), 2u);
   for (size_t i = 1; i < joblog.size(); ++i) {
     const size_t host = joblog[i].find('\t');
-    jobs.insert(joblog[i].substr(0, host));
     EXPECT_EQ(":", joblog[i].substr(host + 1, joblog[i].find('\t', host + 1) - host - 1)) << joblog[i];
   }
-  EXPECT_EQ((std::set<std::string>{"1", "2", "3", "4"}), jobs);
+  for (const ListedDrive& drive : library.Drives(library.Out())) {
+    EXPECT_FALSE(library.ResultDir(drive.key).empty()) << drive.label;
+  }
+}
+
+TEST(ResimTest, ALibraryOfShortDrivesStartsTheSimulatorOncePerJobNotOncePerDrive) {
+  CResimLibrary library;
+  std::vector<std::string> lines;
+  for (int seed = 1; seed <= 24; ++seed) lines.push_back("builtin --duration 5 --seed " + std::to_string(seed));
+  const SimRun run = library.Run({"-j", "2", library.WriteManifest(lines), library.Out()});
+  ASSERT_EQ(0, run.exitCode) << run.err;
+  EXPECT_LE(library.SimulatorStarts(), 2u) << "the drives are too short to be worth more starts";
+  EXPECT_EQ(24u, library.SimulatedKeys().size());
+  EXPECT_EQ(24u, library.JobKeys(library.Out(), "ran").size());
+  EXPECT_EQ(std::vector<std::string>(), library.LeftOvers());
 }
 
 TEST(ResimTest, AManifestThatSetsTheRunnersOptionsIsRefusedBeforeAnythingRuns) {

@@ -1,5 +1,5 @@
-// positioning-sim batch LIST: many drives in one process, one `run` command line a
-// line, each into its own --result-dir. For libraries of short drives, where starting
+// positioning-sim batch LIST: many drives in one program start, one `run` command line
+// a line, each into its own --result-dir. For libraries of short drives, where starting
 // a process per drive would cost more than the drive: each drive's folder holds the
 // same bytes as a run of its own would write.
 #ifndef SIM_BATCH_COMMAND_H
@@ -20,6 +20,8 @@ struct SimOptions;
 struct BatchOptions {
   std::string listPath;    // "-": standard input
   bool summaries = false;  // each drive's summary on standard error, as a run prints it
+  bool atomic = false;     // result folders written aside, renamed into place; existing ones kept
+  std::string statusPath;  // a JSON line per drive ("-": standard output); empty: none
 };
 
 // Adds the subcommand to aApp; the values land in aOptions.
@@ -27,9 +29,10 @@ CLI::App* AddBatchCommand(CLI::App& aApp, BatchOptions& aOptions);
 // The words of one line: split at blanks; '...' and "..." keep blanks in a word.
 // False with the reason for an unterminated quote.
 bool SplitWords(const std::string& aLine, std::vector<std::string>& aWords, std::string& aError);
-// Runs every drive of the list through aRunDrive (the `run` command), resetting the
-// process-wide parts between drives; answers 0 when every drive's status was 0, else
-// the first failing status (130 or 143 when interrupted, which stops the batch).
+// Runs every drive of the list through aRunDrive (the `run` command) in a worker child,
+// resetting the process-wide parts between drives, and in a new worker after a drive
+// that crashed one; answers 0 when every drive's status was 0, else the first failing
+// status (130 or 143 when interrupted, which stops the batch).
 int RunBatch(const BatchOptions& aOptions, const std::string& aDefaultModule,
              const std::function<int(SimOptions&)>& aRunDrive);
 

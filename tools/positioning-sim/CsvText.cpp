@@ -32,6 +32,44 @@ bool QuickReal(std::string_view aField, double aLargest, double& aValue) {
   return true;
 }
 
+char* FixedDecimals(char* aAt, char* aEnd, double aValue, int aDecimals) {
+  static const uint64_t kScale[] = {1, 10, 100, 1000};
+  // A path's metres and degrees take the short way, in whole numbers: below 2^30 with
+  // up to 3 decimals, the mantissa times the scale stays within 63 bits, so the
+  // rounding is exact. The library's own way is exact too, but several times slower.
+  if (aDecimals < 0 || aDecimals > 3 || !(std::fabs(aValue) < 1073741824.0) || aEnd - aAt < 32) {
+    const auto written = std::to_chars(aAt, aEnd, aValue, std::chars_format::fixed, aDecimals);
+    return written.ec == std::errc() ? written.ptr : aAt;
+  }
+  uint64_t bits = 0;
+  memcpy(&bits, &aValue, sizeof bits);
+  const int biased = static_cast<int>((bits >> 52) & 0x7ff);
+  uint64_t mantissa = bits & ((uint64_t{1} << 52) - 1);
+  if (biased != 0) mantissa |= uint64_t{1} << 52;
+  // |aValue| = mantissa / 2^shift, and shift >= 23 below 2^30.
+  const int shift = biased != 0 ? 1075 - biased : 1074;
+  const uint64_t scale = kScale[aDecimals];
+  uint64_t units = 0;  // |aValue| * scale, rounded
+  if (shift < 64) {
+    const uint64_t scaled = mantissa * scale;
+    const uint64_t half = uint64_t{1} << (shift - 1);
+    const uint64_t rest = scaled & ((half << 1) - 1);
+    units = scaled >> shift;
+    if (rest > half || (rest == half && (units & 1) != 0)) ++units;
+  }  // else below 2^-11 / scale: less than half a unit
+  char* at = aAt;
+  if (std::signbit(aValue)) *at++ = '-';
+  at = std::to_chars(at, aEnd, units / scale).ptr;
+  if (aDecimals == 0) return at;
+  *at++ = '.';
+  uint64_t fraction = units % scale;
+  for (int i = aDecimals; i > 0; --i) {
+    at[i - 1] = static_cast<char>('0' + fraction % 10);
+    fraction /= 10;
+  }
+  return at + aDecimals;
+}
+
 void CLineBuilder::Unsigned(uint64_t aValue) {
   const auto written = std::to_chars(iBuffer + iLength, iBuffer + sizeof iBuffer - 2, aValue);
   iLength = static_cast<size_t>(written.ptr - iBuffer);
@@ -41,15 +79,18 @@ void CLineBuilder::Fixed(double aValue, int aDecimals) {
   // -0.000 reads oddly: a value that rounds to zero is written as zero.
   static const double kHalfUnit[] = {0.5, 0.05, 5e-3, 5e-4, 5e-5, 5e-6, 5e-7, 5e-8, 5e-9, 5e-10};
   if (aDecimals >= 0 && aDecimals <= 9 && std::fabs(aValue) < kHalfUnit[aDecimals]) aValue = 0;
-  const auto written =
-      std::to_chars(iBuffer + iLength, iBuffer + sizeof iBuffer - 2, aValue, std::chars_format::fixed, aDecimals);
-  if (written.ec == std::errc()) iLength = static_cast<size_t>(written.ptr - iBuffer);
+  iLength =
+      static_cast<size_t>(FixedDecimals(iBuffer + iLength, iBuffer + sizeof iBuffer - 2, aValue, aDecimals) - iBuffer);
 }
 
 void CLineBuilder::Text(const char* aText) {
   const size_t length = std::min(strlen(aText), sizeof iBuffer - 2 - iLength);
   memcpy(iBuffer + iLength, aText, length);
   iLength += length;
+}
+
+void CLineBuilder::Char(char aChar) {
+  if (iLength < sizeof iBuffer - 2) iBuffer[iLength++] = aChar;
 }
 
 void CLineBuilder::WriteTo(FILE* aFile) {

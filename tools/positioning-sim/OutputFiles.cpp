@@ -20,7 +20,7 @@ namespace {
 // own, which must outlive the stream: kept here from open to close. It stays below
 // the allocator's mmap threshold, so that a batch of drives reuses it, and is touched
 // at once, so that resident memory is flat from the start.
-const size_t kOutputBuffer = 64 * 1024;
+const size_t kOutputBuffer = size_t{64} * 1024;
 std::map<FILE*, std::unique_ptr<char[]>>& OutputBuffers() {
   static std::map<FILE*, std::unique_ptr<char[]>> buffers;
   return buffers;

@@ -17,7 +17,7 @@ namespace {
 
 // A long drive's samples and path are tens of megabytes. Written 64 KiB at a time
 // rather than a page, the system calls cost a sixteenth of what they did: on a virtual
-// machine a tenth of the run. The C library takes the size only with a buffer of our
+// machine they were 7 % of the run. The C library takes the size only with a buffer of our
 // own, which must outlive the stream: each is kept here while its stream is open, then
 // kept for the next one. A batch of drives opens and closes the same few outputs for
 // every drive, and fresh pages for each would cost more than a short drive's writes.

@@ -12,6 +12,21 @@ namespace host {
 
 namespace {
 
+// The number of a category's text ("logging::categories::Info"), 0 for any other text.
+// Compared in place, and the first letters pick the one name to compare: the module
+// opens several records per sample, most of which no sink wants.
+uint32_t CategoryNumber(const char* aCategory) {
+  static const char kPrefix[] = "logging::categories::";
+  if (strncmp(aCategory, kPrefix, sizeof kPrefix - 1) != 0) return 0;
+  const char* name = aCategory + sizeof kPrefix - 1;
+  if (name[0] == 'E') return strcmp(name, "Error") == 0 ? logging::categories::Error : 0;
+  if (name[0] != 'I' || name[1] != 'n') return 0;
+  if (name[2] == 't') return strcmp(name, "Interface") == 0 ? logging::categories::Interface : 0;
+  if (strncmp(name, "Info", 4) != 0) return 0;
+  if (name[4] == '\0') return logging::categories::Info;
+  return strcmp(name + 4, "2") == 0 ? logging::categories::Info2 : 0;
+}
+
 // Discards everything; used when the facility is told to discard.
 class CNullStream : public logging::internals::ILogStream {
  public:
@@ -116,16 +131,7 @@ void CLogFacility::RemoveSink(ILogSink* aSink) {
 
 bool CLogFacility::Wanted(const char* aCategory) const {
   if (iKeepRecords || iTraceCalls) return true;
-  // The category's text is compared in place: building a string per record would cost
-  // what skipping the record saves.
-  static const char kPrefix[] = "logging::categories::";
-  if (aCategory == nullptr || strncmp(aCategory, kPrefix, sizeof kPrefix - 1) != 0) return true;
-  const char* name = aCategory + sizeof kPrefix - 1;
-  uint32_t number = 0;
-  if (strcmp(name, "Error") == 0) number = logging::categories::Error;
-  if (strcmp(name, "Info") == 0) number = logging::categories::Info;
-  if (strcmp(name, "Info2") == 0) number = logging::categories::Info2;
-  if (strcmp(name, "Interface") == 0) number = logging::categories::Interface;
+  const uint32_t number = aCategory != nullptr ? CategoryNumber(aCategory) : 0;
   return number == 0 || (number & iSinkCategories) != 0;
 }
 

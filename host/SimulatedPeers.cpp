@@ -101,12 +101,12 @@ reflection::TErrCode CPositioningClient::Configuration(IPositioningSensorFemale&
 reflection::TErrCode CPositioningClient::SensorData(IPositioningSensorFemale& aPartner, TiPositioningSensorType aType,
                                                     TiPositioningSensorData& aData) {
   iLastSender = &aPartner;
-  ReceivedSample sample;
+  // Built where it is kept: a copy would allocate its values once more.
+  ReceivedSample& sample = iSamples.emplace_back();
   sample.type = aType;
   sample.timeStamp = aData.timeStamp;
   if (aData.values.data != nullptr) sample.values.assign(aData.values.data, aData.values.data + aData.values.size);
-  iSamples.push_back(sample);
-  if (iOnSample) iOnSample(iSamples.back());
+  if (iOnSample) iOnSample(sample);
   return iSensorDataResult;
 }
 

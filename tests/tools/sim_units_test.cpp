@@ -1,6 +1,6 @@
 // The simulator's own units, without running the program: the number parser, the
-// scheduler's order, the built-in drive generated record by record, and the check
-// that two outputs name one file.
+// scheduler's order, the built-in drive generated record by record, the check that two
+// outputs name one file, and outputs that hold what was written to them.
 #include <gtest/gtest.h>
 
 #include <stdint.h>
@@ -121,6 +121,44 @@ TEST(SimUnitsTest, OutputsNamingOneFileAreFoundWhateverTheSpelling) {
   EXPECT_FALSE(OutputsAreDistinct({{"--record", scratch.Path() + "//in.csv"}}, {scratch.File("in.csv")}, error));
   EXPECT_EQ("--record " + scratch.Path() + "//in.csv would overwrite the input " + scratch.File("in.csv"), error);
   EXPECT_TRUE(OutputsAreDistinct({{"--out", "/dev/null"}, {"--log", "/dev/null"}}, {}, error));
+}
+
+// Lines that tell one file from another and one line from the next.
+std::string Lines(char aFile, int aCount) {
+  std::string text;
+  for (int i = 0; i < aCount; ++i) text += std::string(1, aFile) + std::to_string(i) + "\n";
+  return text;
+}
+
+TEST(SimUnitsTest, OutputsOpenedClosedAndOpenedAgainEachHoldExactlyTheirOwnBytes) {
+  testing_host::CTempDir scratch;
+  std::string error;
+  // Larger than an output's buffer, written while other outputs are open, closed and
+  // given up on, so that buffers are handed on from one output to the next.
+  const std::string a = Lines('a', 40000), b = Lines('b', 30000), c = Lines('c', 50000), d = Lines('d', 20000);
+  FILE* first = OpenOutput(scratch.File("a"), error);
+  FILE* second = OpenOutput(scratch.File("b"), error);
+  ASSERT_NE(nullptr, first);
+  ASSERT_NE(nullptr, second);
+  fputs(a.c_str(), first);
+  fputs(b.c_str(), second);
+  ASSERT_TRUE(CloseOutput(first, scratch.File("a"), error)) << error;
+  FILE* third = OpenOutput(scratch.File("c"), error);
+  FILE* fourth = OpenOutput(scratch.File("d"), error);
+  ASSERT_NE(nullptr, third);
+  ASSERT_NE(nullptr, fourth);
+  const size_t half = c.size() / 2;
+  fwrite(c.data(), 1, half, third);
+  fputs(d.c_str(), fourth);
+  fputs(c.c_str() + half, third);
+  fputs("lost", second);
+  DiscardOutput(second);
+  ASSERT_TRUE(CloseOutput(third, scratch.File("c"), error)) << error;
+  ASSERT_TRUE(CloseOutput(fourth, scratch.File("d"), error)) << error;
+  EXPECT_EQ(a, testing_host::ReadFile(scratch.File("a")));
+  EXPECT_EQ(b + "lost", testing_host::ReadFile(scratch.File("b")));
+  EXPECT_EQ(c, testing_host::ReadFile(scratch.File("c")));
+  EXPECT_EQ(d, testing_host::ReadFile(scratch.File("d")));
 }
 
 }  // namespace

@@ -206,7 +206,7 @@ int RunCompare(const CompareOptions& aOptions) {
     }
     DriveComparison result;
     if (!CompareDrive(aOptions.first + "/" + key, aOptions.second + "/" + key, result, error)) {
-      if (json != nullptr) fclose(json);
+      DiscardOutput(json);
       std::string message = key;
       message += ": ";
       message += error;

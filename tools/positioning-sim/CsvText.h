@@ -21,6 +21,10 @@ void SplitFields(const std::string& aLine, std::vector<std::string_view>& aField
 // A decimal number that is the whole field, finite and within +-aLargest. False for
 // anything else: the caller then asks the one parser (NumberParse) for its words.
 bool QuickReal(std::string_view aField, double aLargest, double& aValue);
+// aValue with aDecimals decimals into [aAt, aEnd), rounded as std::to_chars rounds (to
+// nearest on the exact binary value, ties to even), so the text is the same to the
+// byte. Answers the end, or aAt when the text does not fit.
+char* FixedDecimals(char* aAt, char* aEnd, double aValue, int aDecimals);
 
 // A line of fields built in place, then written at once.
 class CLineBuilder {
@@ -29,6 +33,7 @@ class CLineBuilder {
   void Unsigned(uint64_t aValue);
   void Fixed(double aValue, int aDecimals);  // e.g. 12.345 with 3 decimals
   void Text(const char* aText);
+  void Char(char aChar);
   // Appends the line end and writes the line.
   void WriteTo(FILE* aFile);
 

@@ -26,6 +26,8 @@ bool OutputsAreDistinct(const std::vector<OutputRequest>& aOutputs, const std::v
 FILE* OpenOutput(const std::string& aPath, std::string& aError);
 // Flushes and closes; false with "PATH: reason" when anything written was lost.
 bool CloseOutput(FILE* aFile, const std::string& aPath, std::string& aError);
+// Closes an output given up on (an error elsewhere), without a word on what it lost.
+void DiscardOutput(FILE* aFile);
 
 }  // namespace sim
 

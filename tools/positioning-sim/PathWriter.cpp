@@ -40,12 +40,12 @@ void CPathWriter::Write(uint64_t aStamp, const Pose& aPose, double aDistance, co
   if (iCsv != nullptr) {
     iLine.Unsigned(aStamp);
     for (double value : {aPose.x, aPose.y, aPose.heading, aDistance}) {
-      iLine.Text(",");
+      iLine.Char(',');
       iLine.Fixed(value, 3);
     }
     if (aTruth != nullptr) {
       for (double value : {aTruth->x, aTruth->y, aTruth->heading}) {
-        iLine.Text(",");
+        iLine.Char(',');
         iLine.Fixed(value, 3);
       }
     }
@@ -53,12 +53,12 @@ void CPathWriter::Write(uint64_t aStamp, const Pose& aPose, double aDistance, co
   }
   if (iPlot != nullptr) {
     iLine.Fixed(aPose.x, 3);
-    iLine.Text(" ");
+    iLine.Char(' ');
     iLine.Fixed(aPose.y, 3);
     if (aTruth != nullptr) {
-      iLine.Text(" ");
+      iLine.Char(' ');
       iLine.Fixed(aTruth->x, 3);
-      iLine.Text(" ");
+      iLine.Char(' ');
       iLine.Fixed(aTruth->y, 3);
     }
     iLine.WriteTo(iPlot);
@@ -69,9 +69,9 @@ void CPathWriter::Write(uint64_t aStamp, const Pose& aPose, double aDistance, co
     // 1e-7 degrees: about a centimetre. A position a line.
     iLine.Text(iRows == 0 ? "[" : ",[");
     iLine.Fixed(longitude, 7);
-    iLine.Text(",");
+    iLine.Char(',');
     iLine.Fixed(latitude, 7);
-    iLine.Text("]");
+    iLine.Char(']');
     iLine.WriteTo(iGeoJson);
   }
   ++iRows;

@@ -35,14 +35,14 @@ bool CScenario::DriveComplete(std::string& aError) const {
 }
 
 void CScenario::ScheduleNextRecord() {
-  DriveRecord record;
-  if (!iDrive.Next(record)) return;
-  const SimTime feed = std::max(iPreviousFeed, LocalInstant(record.peerTime));
-  iPreviousFeed = feed;
+  if (!iDrive.Next(iNextRecord)) return;
+  iPreviousFeed = std::max(iPreviousFeed, LocalInstant(iNextRecord.peerTime));
+  // The record waits here rather than in the action: an action that holds no more than
+  // a pointer is not allocated, once per record.
   iScheduler.At(
-      feed,
-      [this, record, feed] {
-        iUnit.SendRecord(record, feed);
+      iPreviousFeed,
+      [this] {
+        iUnit.SendRecord(iNextRecord, iPreviousFeed);
         ScheduleNextRecord();
       },
       Lane::kRecords);

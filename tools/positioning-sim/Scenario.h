@@ -62,6 +62,7 @@ class CScenario {
   const CClockModel& iClock;
   CScheduler& iScheduler;
   CSimulatedHeadUnit& iUnit;
+  DriveRecord iNextRecord;  // the one record scheduled, fed at iPreviousFeed
   SimTime iPreviousFeed = LocalStart();
   SimTime iLastEvent = LocalStart();
 };

@@ -1,16 +1,19 @@
 #include "Scheduler.h"
 
+#include <algorithm>
 #include <utility>
 
 namespace sim {
 
 void CScheduler::At(SimTime aTime, std::function<void()> aAction, Lane aLane) {
-  iQueue.push({aTime, static_cast<int>(aLane), iOrder++, std::move(aAction)});
+  iQueue.push_back({aTime, static_cast<int>(aLane), iOrder++, std::move(aAction)});
+  std::push_heap(iQueue.begin(), iQueue.end(), std::greater<Event>());
 }
 
 void CScheduler::RunNext() {
-  Event event = iQueue.top();
-  iQueue.pop();
+  std::pop_heap(iQueue.begin(), iQueue.end(), std::greater<Event>());
+  Event event = std::move(iQueue.back());
+  iQueue.pop_back();
   event.action();
 }
 

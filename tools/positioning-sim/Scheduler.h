@@ -6,7 +6,6 @@
 #include <stdint.h>
 
 #include <functional>
-#include <queue>
 #include <vector>
 
 #include "SimTime.h"
@@ -24,7 +23,7 @@ class CScheduler {
   void At(SimTime aTime, std::function<void()> aAction, Lane aLane = Lane::kOther);
   bool Empty() const { return iQueue.empty(); }
   // Time of the next action; UINT64_MAX when none is due.
-  SimTime NextTime() const { return iQueue.empty() ? UINT64_MAX : iQueue.top().time; }
+  SimTime NextTime() const { return iQueue.empty() ? UINT64_MAX : iQueue.front().time; }
   // Takes the next action off the queue and runs it.
   void RunNext();
 
@@ -40,7 +39,9 @@ class CScheduler {
       return order > aOther.order;
     }
   };
-  std::priority_queue<Event, std::vector<Event>, std::greater<Event>> iQueue;
+  // A heap, earliest first. Not a std::priority_queue: its top can only be copied, and
+  // copying an action may allocate.
+  std::vector<Event> iQueue;
   uint64_t iOrder = 0;
 };
 

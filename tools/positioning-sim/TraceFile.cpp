@@ -10,6 +10,7 @@
 #include <iostream>
 
 #include "NumberParse.h"
+#include "OutputFiles.h"
 #include "TraceHeader.h"
 
 namespace sim {
@@ -240,9 +241,8 @@ void CTraceWriter::Write(const DriveRecord& aRecord) {
 }
 
 bool CTraceWriter::Close() {
-  const bool failed = ferror(iFile) != 0;
-  const bool closed = fclose(iFile) == 0;
-  return closed && !failed;
+  std::string error;  // the caller names the file
+  return CloseOutput(iFile, std::string(), error);
 }
 
 }  // namespace sim

@@ -8,13 +8,22 @@ namespace {
 
 const double kRadiansPerDegree = M_PI / 180.0;
 
+}  // namespace
+
+CTrajectoryErrors::Start::Start(const Pose& aPose) : pose(aPose) {
+  const double heading = aPose.heading * kRadiansPerDegree;
+  sine = std::sin(heading);
+  cosine = std::cos(heading);
+}
+
+namespace {
+
 // Where aTo lies seen from aFrom: metres ahead and to the right.
-void Relative(const Pose& aFrom, const Pose& aTo, double& aAhead, double& aRight) {
-  const double dx = aTo.x - aFrom.x;
-  const double dy = aTo.y - aFrom.y;
-  const double heading = aFrom.heading * kRadiansPerDegree;
-  aAhead = dx * std::sin(heading) + dy * std::cos(heading);
-  aRight = dx * std::cos(heading) - dy * std::sin(heading);
+void Relative(const CTrajectoryErrors::Start& aFrom, const Pose& aTo, double& aAhead, double& aRight) {
+  const double dx = aTo.x - aFrom.pose.x;
+  const double dy = aTo.y - aFrom.pose.y;
+  aAhead = dx * aFrom.sine + dy * aFrom.cosine;
+  aRight = dx * aFrom.cosine - dy * aFrom.sine;
 }
 
 // A heading difference in (-180, 180].
@@ -33,7 +42,7 @@ void CTrajectoryErrors::Add(uint64_t aStamp, const Pose& aTruth, const Pose& aEs
   if (iPoses == 0 || aStamp >= iLastStart + kStartEveryMs || aStamp < iLastStart) {
     iLastStart = aStamp;
     if (iOpen.size() < kMaxOpenStarts) {
-      iOpen.push_back({aTruth, aEstimate, iTravelled, 0});
+      iOpen.push_back({Start(aTruth), Start(aEstimate), iTravelled, 0});
       iWaiting[0].push_back(iFirstOpen + iOpen.size() - 1);
     } else {
       ++iStartsLeftOut;
@@ -57,8 +66,8 @@ void CTrajectoryErrors::CloseSegments(const Pose& aTruth, const Pose& aEstimate)
       Relative(open.truth, aTruth, trueAhead, trueRight);
       Relative(open.estimate, aEstimate, estimatedAhead, estimatedRight);
       const double translation = std::hypot(trueAhead - estimatedAhead, trueRight - estimatedRight);
-      const double rotation = std::fabs(
-          Turned(Turned(open.truth.heading, aTruth.heading), Turned(open.estimate.heading, aEstimate.heading)));
+      const double rotation = std::fabs(Turned(Turned(open.truth.pose.heading, aTruth.heading),
+                                               Turned(open.estimate.pose.heading, aEstimate.heading)));
       iSum[0][length] += translation / Length(length) * 100.0;
       iSum[1][length] += rotation / Length(length);
       ++iCount[length];

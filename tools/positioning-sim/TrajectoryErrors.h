@@ -50,10 +50,19 @@ class CTrajectoryErrors {
   void Add(uint64_t aStamp, const Pose& aTruth, const Pose& aEstimate);
   PathFigures Figures() const;
 
+  // A segment's start pose, with its heading's sine and cosine: each start is seen
+  // from up to eight ends.
+  struct Start {
+    explicit Start(const Pose& aPose);
+    Pose pose;
+    double sine;
+    double cosine;
+  };
+
  private:
   struct Open {
-    Pose truth;
-    Pose estimate;
+    Start truth;
+    Start estimate;
     double distance;
     int next;  // the first length not yet reached
   };

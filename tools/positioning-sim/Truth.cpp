@@ -136,16 +136,16 @@ CTruthWriter::CTruthWriter(FILE* aFile, bool aGeographic) : iFile(aFile), iGeogr
 
 void CTruthWriter::Write(const TruthPoint& aPoint) {
   iLine.Unsigned(aPoint.stamp);
-  iLine.Text(",");
+  iLine.Char(',');
   iLine.Fixed(aPoint.pose.x, 3);
-  iLine.Text(",");
+  iLine.Char(',');
   iLine.Fixed(aPoint.pose.y, 3);
-  iLine.Text(",");
+  iLine.Char(',');
   iLine.Fixed(aPoint.pose.heading, 4);
   if (iGeographic) {
-    iLine.Text(",");
+    iLine.Char(',');
     iLine.Fixed(aPoint.latitude, 9);
-    iLine.Text(",");
+    iLine.Char(',');
     iLine.Fixed(aPoint.longitude, 9);
   }
   iLine.WriteTo(iFile);

@@ -54,9 +54,7 @@ struct OpenedOutputs {
   FILE* pathGeoJson = nullptr;
   FILE* pathPlot = nullptr;
   ~OpenedOutputs() {
-    for (FILE* file : {samples, record, log, plot, summary, pathCsv, pathGeoJson, pathPlot}) {
-      if (file != nullptr) fclose(file);
-    }
+    for (FILE* file : {samples, record, log, plot, summary, pathCsv, pathGeoJson, pathPlot}) DiscardOutput(file);
   }
 };
 

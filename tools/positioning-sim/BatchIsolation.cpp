@@ -1,3 +1,8 @@
+// 64-bit directory offsets, also in a 32-bit build: ext4 hands out 64-bit ones, and a
+// 32-bit readdir under an emulator on a 64-bit kernel fails on them (EOVERFLOW), which
+// would leave a crashed drive's temporary folder behind.
+#define _FILE_OFFSET_BITS 64
+
 #include "BatchIsolation.h"
 
 #include <dirent.h>
